@@ -1,0 +1,178 @@
+// The foundation's failures: exception classes (thrown by pointer, deleted by
+// the catcher), the Generate* functions that raise them, and the check macros.
+// Every failed check and every platform failure of the system passes here.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+#include <stdint.h>
+
+#include "alloc.h"
+#include "unicodestring.h"
+
+namespace Tsl {
+
+// Kinds of internal error; each has its message and default text.
+enum EInternalErrorKind : int32_t {
+  IE_Assert = 0,
+  IE_AssertLastError = 1,
+  IE_Presume = 2,
+  IE_PresumeLastError = 3,
+};
+
+// Kinds of file error, each shown by its own message with the file name.
+enum EFileErrorKind : int32_t {
+  FE_Generic = 1,
+  FE_NotFound = 2,
+  FE_BadPath = 3,
+  FE_TooManyOpenFiles = 4,
+  FE_AccessDenied = 5,
+  FE_InvalidFile = 6,
+  FE_RemoveCurrentDir = 7,
+  FE_DirectoryFull = 8,
+  FE_BadSeek = 9,
+  FE_HardIO = 10,
+  FE_SharingViolation = 11,
+  FE_LockViolation = 12,
+  FE_DiskFull = 13,
+  FE_EndOfFile = 14,
+  FE_AlreadyExists = 15,
+};
+
+// Base of every failure. Objects live on the C runtime heap so that they can
+// be made and destroyed whatever memory manager is current.
+class CException : public CAllocatedOn<RuntimeHeap> {
+ public:
+  virtual ~CException();
+  virtual CUnicodeString GetMessageText() const = 0;
+  // Hands the text to ShowMessage with box flags 0.
+  virtual void Show();
+};
+
+class CInternalError : public CException {
+ public:
+  CInternalError(const wchar_t* file, int32_t line, int32_t kind, uint32_t code);
+  CUnicodeString GetMessageText() const override;
+  void Show() override;  // box flags 0x1010
+
+  const wchar_t* file;  // source unit, a static text
+  int32_t line;
+  int32_t kind;         // EInternalErrorKind
+  uint32_t code;        // last error for kinds 1 and 3
+};
+
+// Comes from a static pool of 64 places, never from a heap.
+class CMemoryException : public CException {
+ public:
+  CUnicodeString GetMessageText() const override;
+  static void* operator new(size_t size);
+  static void operator delete(void* p);
+};
+
+class CLastErrorException : public CException {
+ public:
+  explicit CLastErrorException(uint32_t code);
+  CUnicodeString GetMessageText() const override;
+  uint32_t code;
+};
+
+class CCOMException : public CException {
+ public:
+  CCOMException(HRESULT result, IErrorInfo* errorInfo);  // takes over the reference
+  ~CCOMException() override;
+  CUnicodeString GetMessageText() const override;
+  HRESULT result;
+  IErrorInfo* errorInfo;  // owned; may be null
+};
+
+// The user cancelled and has been told already: shows nothing.
+class CUserException : public CException {
+ public:
+  CUnicodeString GetMessageText() const override;
+  void Show() override;
+};
+
+class CCheckException : public CException {
+ public:
+  CCheckException(const wchar_t* messageName, const CUnicodeString& p0, const CUnicodeString& p1,
+                  const CUnicodeString& p2);
+  CUnicodeString GetMessageText() const override;
+  const wchar_t* messageName;  // a static text, "ERR_..."
+  CUnicodeString params[3];
+};
+
+class CFileException : public CException {
+ public:
+  CFileException(uint32_t systemCode, int32_t kind, const CUnicodeString& fileName);
+  CUnicodeString GetMessageText() const override;
+  uint32_t systemCode;
+  int32_t kind;  // EFileErrorKind
+  CUnicodeString fileName;
+};
+
+// A failed assertion or presumption. Throws a CInternalError; returns false
+// only where nothing may throw (exceptions disabled, or after the thread's
+// entry guard ended), after the message was shown.
+bool GenerateInternalError(int32_t kind, const wchar_t* expression, const wchar_t* comment,
+                           const wchar_t* file, int32_t line, uint32_t code);
+// A failed platform call: CLastErrorException. Returns false where nothing may throw.
+bool GenerateLastError(uint32_t code);
+// A failed run-time check on input: CCheckException with an empty third parameter.
+bool GenerateCheckError(const wchar_t* messageName, const CUnicodeString& p0, const CUnicodeString& p1);
+[[noreturn]] void GenerateMemoryError();
+[[noreturn]] void GenerateAbort();
+[[noreturn]] void GenerateComError(HRESULT result);
+[[noreturn]] void GenerateFileError(uint32_t systemCode, const CUnicodeString& fileName);
+[[noreturn]] void GenerateFileErrorOfKind(int32_t kind, const CUnicodeString& fileName);
+
+// The kind that a system error code maps to (FE_Generic for unlisted codes).
+int32_t FileErrorKindOfCode(uint32_t systemCode);
+
+CUnicodeString GetLastErrorText(uint32_t code);
+CUnicodeString GetComErrorText(HRESULT result, IErrorInfo* errorInfo);
+
+// Shows a fatal text once; a second one on the same thread ends the process.
+void ShowFatalMessage(const CUnicodeString& text);
+
+// Failures throw while this is true (the default); when false they show their
+// message and return.
+bool AreExceptionsEnabled();
+void EnableExceptions(bool enabled);
+
+// Per-thread state of the error route.
+struct CThreadErrorState {
+  bool inError;       // an error is being processed
+  bool showingError;  // a message of the error route is on its way to the screen
+};
+struct CThreadEntryState {
+  bool fatalErrorShown;
+  bool noThrow;  // the thread's entry guard has ended: nobody would catch
+};
+CThreadErrorState& GetThreadErrorState();
+CThreadEntryState& GetThreadEntryState();
+
+// The entry guard of a thread's main function: returns -1 at once if a fatal
+// error was shown already; otherwise runs `body`, reports and deletes any
+// CException that escapes it (result -1), and afterwards sets noThrow.
+int RunThreadEntryGuarded(int (*body)(void* context), void* context);
+
+}  // namespace Tsl
+
+// The check macros. The unit and line are given explicitly at each use: an
+// internal error is identified by them alone, and they must not move when the
+// file is edited. Expression and comment texts stay empty in shipped builds.
+#define TSL_ASSERT(cond, unit, line) \
+  ((cond) ? (void)0 : (void)::Tsl::GenerateInternalError(::Tsl::IE_Assert, L"", L"", unit, line, 0))
+#define TSL_ASSERT_LAST_ERROR(cond, unit, line)                                              \
+  ((cond) ? (void)0                                                                          \
+          : (void)::Tsl::GenerateInternalError(::Tsl::IE_AssertLastError, L"", L"", unit, line, \
+                                               ::GetLastError()))
+#define TSL_PRESUME(cond, unit, line) \
+  ((cond) ? (void)0 : (void)::Tsl::GenerateInternalError(::Tsl::IE_Presume, L"", L"", unit, line, 0))
+#define TSL_PRESUME_LAST_ERROR(cond, unit, line)                                               \
+  ((cond) ? (void)0                                                                            \
+          : (void)::Tsl::GenerateInternalError(::Tsl::IE_PresumeLastError, L"", L"", unit, line, \
+                                               ::GetLastError()))
+// An unconditional internal error, for a branch that must never be taken.
+#define TSL_INTERNAL_ERROR(unit, line) \
+  ((void)::Tsl::GenerateInternalError(::Tsl::IE_Assert, L"", L"", unit, line, 0))
