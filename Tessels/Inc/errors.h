@@ -139,6 +139,49 @@ void ShowFatalMessage(const CUnicodeString& text);
 bool AreExceptionsEnabled();
 void EnableExceptions(bool enabled);
 
+// Stop modes: whether a failure breaks into a debugger before it is raised.
+enum EStopMode : int32_t {
+  SM_Unread = 0,  // not read from the registry yet
+  SM_Never = 1,
+  SM_Debug = 2,   // only when a debugger is present
+  SM_Always = 3,
+};
+// "Never", "Debug" or "Always" in any case; anything else gives `defaultMode`.
+int32_t StopModeFromText(const wchar_t* text, int32_t defaultMode);
+// Whether a failure under `mode` executes a breakpoint.
+bool ShouldBreak(int32_t mode, bool debuggerPresent);
+// The two modes, each read once per process from HKEY_CURRENT_USER
+// "Software\Tavix\Tessels": AssertStopMode (internal errors, default Debug)
+// and ErrorStopMode (platform and check failures, default Never).
+int32_t GetAssertStopMode();
+int32_t GetErrorStopMode();
+
+// Ends the process after an error inside error reporting: shows "Double
+// internal error!\nApplication terminated." with flags 0x1010 through
+// ShowMessage, then the runtime's abort. For every show route of the system.
+[[noreturn]] void EndWithDoubleError();
+
+// Set, the memory-exception pool ends the process without a box (and so does
+// the library's last-resort handler). Nothing in the agent sets it.
+bool IsQuietMode();
+void SetQuietMode(bool quiet);
+
+// The text of a named message with %N markers replaced by `params`: the
+// catalogue's text when the message is defined, else its default text, else
+// the name followed by each parameter, each after one blank.
+CUnicodeString GetMessageOrDefault(const wchar_t* messageName, const CUnicodeString* params,
+                                   int32_t count);
+// The default text of a message that must work without resources, or null.
+const CUnicodeString* GetDefaultMessageText(const wchar_t* messageName);
+// Fixed texts, built before main so that showing them needs no memory.
+const CUnicodeString& NotEnoughMemoryText();     // "Not enough memory!"
+const CUnicodeString& DoubleInternalErrorText();  // "Double internal error!\nApplication terminated."
+const CUnicodeString& UnhandledInternalErrorText();  // "Unhandled Internal Error"
+
+// The message names by kind; null for a kind outside the tables.
+const wchar_t* InternalErrorMessageName(int32_t kind);
+const wchar_t* FileErrorMessageName(int32_t kind);
+
 // Per-thread state of the error route.
 struct CThreadErrorState {
   bool inError;       // an error is being processed
