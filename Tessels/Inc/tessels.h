@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#include "unicodestring.h"
+
 namespace Tsl {
 
 // The process-wide debug flags. Each named flag is read once at start from
@@ -32,5 +34,11 @@ const uint32_t DefaultDebugFlags = 0x48;
 uint32_t GetDebugFlags();
 void SetDebugFlags(uint32_t flags);
 inline bool IsDebugFlagSet(EDebugFlag flag) { return (GetDebugFlags() & flag) != 0; }
+
+// The registry keys under which the running library keeps the program's
+// per-user and machine-wide settings (relative settings are read below them).
+// Legal only while the library runs: internal error at line 426 otherwise.
+CUnicodeString GetUserSettingsKey();
+CUnicodeString GetMachineSettingsKey();
 
 }  // namespace Tsl
