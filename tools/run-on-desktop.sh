@@ -8,6 +8,6 @@
 set -euo pipefail
 source "$(dirname "$0")/wine-env.sh"
 mirdal_ensure_prefix
-mirdal_ensure_display
 mirdal_ensure_wineserver
+mirdal_ensure_desktop
 exec "$MIRDAL_WINE" "$@"

@@ -10,5 +10,6 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 source "$root/tools/wine-env.sh"
 mirdal_ensure_prefix
 mirdal_ensure_wineserver
+mirdal_ensure_desktop
 cd "${MIRDAL_BUILD_ROOT:-$root/build}/x86_64"
 ctest --output-on-failure --timeout 120 -j "$(nproc)" "$@"

@@ -46,6 +46,21 @@ mirdal_ensure_wineserver() {
   fi
 }
 
+# Wine starts the desktop process at the first window of a run. Started from a
+# test, it would inherit CTest's output pipe (CTest then waits for it to end)
+# or come up without a display and refuse every later window. So the scripts
+# start it themselves, detached and on the virtual display, before any test.
+mirdal_ensure_desktop() {
+  mirdal_ensure_display
+  if ! pgrep -u "$(id -u)" -f "explorer.exe /desktop=Default" >/dev/null 2>&1; then
+    setsid "$MIRDAL_WINE" explorer.exe /desktop=Default,1024x768 </dev/null >/dev/null 2>&1 &
+    for _ in $(seq 50); do
+      pgrep -u "$(id -u)" -f "explorer.exe /desktop=Default" >/dev/null 2>&1 && break
+      sleep 0.1
+    done
+  fi
+}
+
 # Starts Xvfb on the project's display if nothing serves it yet.
 mirdal_ensure_display() {
   export DISPLAY=:$MIRDAL_XDISPLAY
