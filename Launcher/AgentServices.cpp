@@ -1,0 +1,111 @@
+// The binding of the agent's services: the unbound stand-in, whose every call
+// is an internal error, and the product's own services, which serve each row
+// whose implementation the agent has and leave the others to the stand-in.
+#include "AgentServices.h"
+
+#include "LauncherOptions.h"
+#include "MdMessages.h"
+#include "basefile.h"
+#include "errors.h"
+#include "filesystem.h"
+#include "setup.h"
+#include "tessels.h"
+
+using Tsl::CUnicodeString;
+
+namespace {
+
+const wchar_t Unit[] = L"MirdalAgent";
+
+// Internal error raised by every call of a service that is not bound. The line
+// lies apart from those of the entry road so that it never collides.
+const int32_t UnboundServiceLine = 1300;
+
+// Stands in while no services are bound: each call is an internal error, and
+// where that returns (nobody may throw) a neutral result lets the caller go on.
+class CUnboundAgentServices : public IAgentServices {
+ public:
+  void RegisterResourceModule(const CUnicodeString&) override { Fail(); }
+  void RegisterResourcePrefix(const CUnicodeString&, const wchar_t*) override { Fail(); }
+  bool InitTessels(const wchar_t*, const wchar_t*) override { return Fail(), false; }
+  void DoneTessels() override { Fail(); }
+  CUnicodeString GetModuleFolder() override { return Fail(), CUnicodeString(); }
+  CUnicodeString GetTempFolder() override { return Fail(), CUnicodeString(); }
+  void DebugOutput(const CUnicodeString&) override { Fail(); }
+  CUnicodeString ReadTextFile(const CUnicodeString&) override { return Fail(), CUnicodeString(); }
+  uint32_t GetInterfaceLanguage() override { return Fail(), 0; }
+  uint32_t ChooseShownLanguage(uint32_t, uint32_t) override { return Fail(), 0; }
+  void SetCurrentLanguage(uint32_t) override { Fail(); }
+  void SetLogDirectory(const CUnicodeString&) override { Fail(); }
+  void WriteLog(const wchar_t*) override { Fail(); }
+  const wchar_t* GetProductRegistryKey() override { return Fail(), L""; }
+  const wchar_t* GetDrillixRegistryKey() override { return Fail(), L""; }
+  bool LoadLauncherOptions() override { return Fail(), true; }
+  bool ReadStartupAutoStart() override { return Fail(), false; }
+  HWND FindMirdalWindow(bool) override { return Fail(), nullptr; }
+  HWND RunMirdal(HINSTANCE, const CUnicodeString&) override { return Fail(), nullptr; }
+  bool RunDrillix(HINSTANCE, const CUnicodeString&) override { return Fail(), false; }
+  CUnicodeString GetTooltip() override { return Fail(), CUnicodeString(); }
+  IAgentTrayWindow* CreateTrayWindow(HINSTANCE, UINT, UINT, UINT, UINT, const CUnicodeString&,
+                                     const wchar_t*, const wchar_t*, bool, const CUnicodeString&,
+                                     const CUnicodeString&) override {
+    return Fail(), nullptr;
+  }
+
+ private:
+  static void Fail() { TSL_INTERNAL_ERROR(Unit, UnboundServiceLine); }
+};
+
+// The rows the agent can serve today. The library's start and end, the
+// language, the agent log, launching and the tray window are not part of
+// this build yet: those rows stay with the stand-in, so a call of one is the
+// unbound-service error and never a silent pretence.
+class CProductAgentServices : public CUnboundAgentServices {
+ public:
+  CUnicodeString GetModuleFolder() override { return Tsl::GetExecutableFolder(); }
+  CUnicodeString GetTempFolder() override { return Tsl::GetTempFolder(); }
+  void DebugOutput(const CUnicodeString& text) override {
+    if (!Tsl::IsDebugFlagSet(Tsl::DF_QuietDebugTrace)) OutputDebugStringW(text.Text());
+  }
+  CUnicodeString ReadTextFile(const CUnicodeString& fileName) override {
+    return Tsl::ReadTextFile(fileName);
+  }
+  const wchar_t* GetProductRegistryKey() override { return ::GetProductRegistryKey(); }
+  const wchar_t* GetDrillixRegistryKey() override { return ::GetDrillixRegistryKey(); }
+  bool LoadLauncherOptions() override {
+    CLauncherOptions& options = GetLauncherOptions();
+    options.Load();
+    return options.ShowTrayWindow;
+  }
+  // A second, machine-wide way of starting the main program with the session,
+  // besides the AutoStart values; built and read on the spot, never cached.
+  bool ReadStartupAutoStart() override {
+    Tsl::CSetup<bool> startupAutoStart(L"SOFTWARE\\Tavix\\Mirdal\\16\\General", L"StartupAutoStart",
+                                       Tsl::SS_LocalMachine, false);
+    return startupAutoStart.Get();
+  }
+  HWND FindMirdalWindow(bool mainWindow) override { return ::FindMirdalWindow(mainWindow); }
+};
+
+IAgentServices* boundServices = nullptr;
+CUnboundAgentServices unboundServices;
+
+}  // namespace
+
+IAgentServices* BindAgentServices(IAgentServices* services) {
+  IAgentServices* previous = boundServices;
+  boundServices = services;
+  return previous;
+}
+
+IAgentServices& AgentServices() {
+  if (boundServices != nullptr) return *boundServices;
+  return unboundServices;
+}
+
+IAgentServices& GetProductAgentServices() {
+  // Never destroyed: the application object, a process-wide object too, may
+  // still call services while the statics go.
+  static CProductAgentServices* services = new CProductAgentServices;
+  return *services;
+}
