@@ -35,12 +35,22 @@ mirdal_ensure_prefix() {
   ) 9>"$(dirname "$WINEPREFIX")/.mirdal-prefix.lock"
 }
 
+# True when a process whose command line matches $1 runs in this prefix: a
+# machine may hold several prefixes, and each needs its own server and desktop.
+mirdal_running_here() {
+  local pid
+  for pid in $(pgrep -u "$(id -u)" -f "$1" 2>/dev/null); do
+    tr '\0' '\n' < "/proc/$pid/environ" 2>/dev/null | grep -qx "WINEPREFIX=$WINEPREFIX" && return 0
+  done
+  return 1
+}
+
 # A wineserver that stays alive 60 s after its last client saves about 2.5 s
 # per process; it ends by itself, so nothing has to remember to stop it.
 mirdal_ensure_wineserver() {
   local server
   server=$(command -v wineserver || echo /usr/lib/wine/wineserver64)
-  if ! pgrep -u "$(id -u)" -f "wineserver" >/dev/null 2>&1; then
+  if ! mirdal_running_here "wineserver"; then
     setsid "$server" -p60 </dev/null >/dev/null 2>&1 &
     sleep 0.2
   fi
@@ -52,10 +62,10 @@ mirdal_ensure_wineserver() {
 # start it themselves, detached and on the virtual display, before any test.
 mirdal_ensure_desktop() {
   mirdal_ensure_display
-  if ! pgrep -u "$(id -u)" -f "explorer.exe /desktop=Default" >/dev/null 2>&1; then
+  if ! mirdal_running_here "explorer.exe /desktop=Default"; then
     setsid "$MIRDAL_WINE" explorer.exe /desktop=Default,1024x768 </dev/null >/dev/null 2>&1 &
     for _ in $(seq 50); do
-      pgrep -u "$(id -u)" -f "explorer.exe /desktop=Default" >/dev/null 2>&1 && break
+      mirdal_running_here "explorer.exe /desktop=Default" && break
       sleep 0.1
     done
   fi
