@@ -12,22 +12,10 @@
 #include "alloc.h"
 #include "array.h"
 #include "errors.h"
+#include "scopedlock.h"
 
 namespace Tsl {
 namespace ThreadObjectDetail {
-
-// Holds a critical section for the scope's life, leaving it also when an
-// exception passes.
-class CScopedLock {
- public:
-  explicit CScopedLock(CRITICAL_SECTION& section) : section(section) { ::EnterCriticalSection(&section); }
-  ~CScopedLock() { ::LeaveCriticalSection(&section); }
-  CScopedLock(const CScopedLock&) = delete;
-  CScopedLock& operator=(const CScopedLock&) = delete;
-
- private:
-  CRITICAL_SECTION& section;
-};
 
 // A new slot number for a thread object: 0, 1, 2... for the process's life.
 // Numbers are never given back, so a slot can't be read by a later object.
@@ -80,7 +68,7 @@ class CThreadObject {
 
   // Holders kept for threads, living or ended and not yet collected.
   int32_t GetHolderCount() {
-    ThreadObjectDetail::CScopedLock held(lock);
+    CScopedLock held(lock);
     return holders.GetSize();
   }
 
@@ -93,7 +81,7 @@ class CThreadObject {
   // The slot number, taken at the first use of the object.
   int32_t GetSlot() {
     if (slot < 0) {
-      ThreadObjectDetail::CScopedLock held(lock);
+      CScopedLock held(lock);
       if (slot < 0) ::InterlockedExchange(&slot, ThreadObjectDetail::TakeSlotNumber());
     }
     return slot;
@@ -108,7 +96,7 @@ class CThreadObject {
     try {
       holder->threadHandle = ThreadObjectDetail::DuplicateCurrentThread();
       ThreadObjectDetail::StoreHolder(number, holder);
-      ThreadObjectDetail::CScopedLock held(lock);
+      CScopedLock held(lock);
       holders.Add(holder);
     } catch (...) {
       // Out of memory filing it: the thread's array may already point at the
@@ -122,7 +110,7 @@ class CThreadObject {
 
   // Releases the holders of threads that have ended, from last to first.
   void Sweep() {
-    ThreadObjectDetail::CScopedLock held(lock);
+    CScopedLock held(lock);
     for (int32_t i = holders.GetSize() - 1; i >= 0; --i) {
       // A holder without a handle (the system refused one, and the failure
       // returned) can't be asked about; it stays until the object goes.

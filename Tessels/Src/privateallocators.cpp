@@ -9,6 +9,7 @@
 #include <new>
 
 #include "errors.h"
+#include "scopedlock.h"
 #include "services.h"
 #include "tessels.h"
 
@@ -264,17 +265,6 @@ int32_t CBlockManager::GetFreeChunkCount() const { return CountChunks(freeChunks
 
 namespace {
 
-class CSectionHolder {
- public:
-  explicit CSectionHolder(CRITICAL_SECTION& section) : section(section) { ::EnterCriticalSection(&section); }
-  ~CSectionHolder() { ::LeaveCriticalSection(&section); }
-  CSectionHolder(const CSectionHolder&) = delete;
-  CSectionHolder& operator=(const CSectionHolder&) = delete;
-
- private:
-  CRITICAL_SECTION& section;
-};
-
 // Pool sizes; a block's capacity names its pool when it comes back.
 const int32_t SmallBlock = 32;
 const int32_t MediumBlock = 64;
@@ -292,7 +282,7 @@ CStringAllocator::CStringAllocator()
 // thread that is inside; the members then go in reverse order: the heap with
 // its leak report, the pools with their chunks, the lock.
 CStringAllocator::~CStringAllocator() {
-  { CSectionHolder waitForTheLastCall(lock.section); }
+  { CScopedLock waitForTheLastCall(lock.section); }
   pool32.Reset();
   pool64.Reset();
   pool128.Reset();
@@ -301,7 +291,7 @@ CStringAllocator::~CStringAllocator() {
 void* CStringAllocator::Alloc(int32_t size, int32_t& capacity) {
   TSL_ASSERT(size >= 0, L"privateallocators", 90);
   if (size < 0) size = 0;
-  CSectionHolder hold(lock.section);
+  CScopedLock hold(lock.section);
   if (size <= SmallBlock) {
     capacity = SmallBlock;
     return pool32.Alloc(SmallBlock);
@@ -321,7 +311,7 @@ void* CStringAllocator::Alloc(int32_t size, int32_t& capacity) {
 
 void CStringAllocator::Free(void* block, int32_t capacity) {
   if (!block) return;
-  CSectionHolder hold(lock.section);
+  CScopedLock hold(lock.section);
   if (capacity <= SmallBlock)
     pool32.Free(block);
   else if (capacity <= MediumBlock)
