@@ -2,11 +2,11 @@
 // at 16 and 32 pixels, each language's name and a text of it, and the tray
 // menu of one language opened beside them. A tool for people, not shipped.
 // Usage: ResourceViewer.exe [language number for the menu] [seconds to stay]
-#include <windows.h>
-
+//        ResourceViewer.exe box <language number>  (a message box in that language)
 #include <stdint.h>
 #include <stdlib.h>
 #include <wchar.h>
+#include <windows.h>
 
 #include <initializer_list>
 
@@ -50,12 +50,14 @@ void Paint(HWND window) {
   PAINTSTRUCT paint;
   HDC dc = BeginPaint(window, &paint);
   SetBkMode(dc, TRANSPARENT);
-  HFONT font = CreateFontW(-14, 0, 0, 0, FW_NORMAL, 0, 0, 0, DEFAULT_CHARSET, 0, 0, 0, 0, L"Tahoma");
+  HFONT font =
+      CreateFontW(-14, 0, 0, 0, FW_NORMAL, 0, 0, 0, DEFAULT_CHARSET, 0, 0, 0, 0, L"Tahoma");
   HGDIOBJ old = SelectObject(dc, font);
   for (int i = 0; i < 4; ++i) {
     int x = 20 + i * 120;
     for (int size : {16, 32}) {
-      HICON icon = HICON(LoadImageW(staticModule, MAKEINTRESOURCEW(iconIds[i]), IMAGE_ICON, size, size, 0));
+      HICON icon =
+          HICON(LoadImageW(staticModule, MAKEINTRESOURCEW(iconIds[i]), IMAGE_ICON, size, size, 0));
       DrawIconEx(dc, x + (size == 16 ? 0 : 30), 20, icon, size, size, 0, nullptr, DI_NORMAL);
       DestroyIcon(icon);
     }
@@ -82,7 +84,8 @@ void ShowMenu(HWND window) {
   RECT rect;
   GetWindowRect(window, &rect);
   SetForegroundWindow(window);
-  TrackPopupMenu(GetSubMenu(menu, 0), TPM_LEFTALIGN | TPM_TOPALIGN, rect.right + 10, rect.top, 0, window, nullptr);
+  TrackPopupMenu(GetSubMenu(menu, 0), TPM_LEFTALIGN | TPM_TOPALIGN, rect.right + 10, rect.top, 0,
+                 window, nullptr);
   DestroyMenu(menu);
 }
 
@@ -111,13 +114,22 @@ LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lPa
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int show) {
   int seconds = 0;
-  if (__argc > 1) menuLanguage = _wtoi(__wargv[1]) % 3;
+  bool box = __argc > 2 && wcscmp(__wargv[1], L"box") == 0;
+  if (__argc > 1 && !box) menuLanguage = _wtoi(__wargv[1]) % 3;
   if (__argc > 2) seconds = _wtoi(__wargv[2]);
   staticModule = LoadProgramLibrary(L"MirdalRes.dll");
   for (int i = 0; i < 3; ++i) languageModules[i] = LoadProgramLibrary(languageFiles[i]);
   if (staticModule == nullptr || languageModules[0] == nullptr) {
-    MessageBoxW(nullptr, L"The resource libraries are not in the program folder.", L"Resource viewer", MB_OK);
+    MessageBoxW(nullptr, L"The resource libraries are not in the program folder.",
+                L"Resource viewer", MB_OK);
     return 1;
+  }
+  if (box) {
+    // The box that the agent shows when the main program will not close.
+    wchar_t text[512];
+    Text(languageModules[_wtoi(__wargv[2]) % 3], L"MSG_MDA_FAILED_TO_CLOSE", text, 512);
+    MessageBoxW(nullptr, text, L"Tavix Mirdal", MB_OK | MB_ICONEXCLAMATION);
+    return 0;
   }
   WNDCLASSW windowClass = {};
   windowClass.lpfnWndProc = WindowProc;
@@ -126,8 +138,9 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int show) {
   windowClass.hbrBackground = HBRUSH(COLOR_WINDOW + 1);
   windowClass.lpszClassName = L"MirdalResourceViewer";
   RegisterClassW(&windowClass);
-  HWND window = CreateWindowExW(0, windowClass.lpszClassName, L"Resource viewer", WS_OVERLAPPEDWINDOW, 20, 20,
-                                660, 290, nullptr, nullptr, instance, nullptr);
+  HWND window =
+      CreateWindowExW(0, windowClass.lpszClassName, L"Resource viewer", WS_OVERLAPPEDWINDOW, 20, 20,
+                      660, 290, nullptr, nullptr, instance, nullptr);
   ShowWindow(window, show);
   SetTimer(window, 1, 700, nullptr);
   if (seconds > 0) SetTimer(window, 2, UINT(seconds) * 1000, nullptr);

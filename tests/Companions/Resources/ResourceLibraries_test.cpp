@@ -19,7 +19,8 @@ using NumberOfMessagesFunction = int32_t (*)();
 using GetMessageNameFunction = const wchar_t* (*)(int32_t);
 
 const wchar_t* const languageModules[] = {L"Mirdal0.dll", L"Mirdal1.dll", L"Mirdal2.dll"};
-const wchar_t* const menuModules[] = {L"MirdalRes.dll", L"Mirdal0.dll", L"Mirdal1.dll", L"Mirdal2.dll"};
+const wchar_t* const menuModules[] = {L"MirdalRes.dll", L"Mirdal0.dll", L"Mirdal1.dll",
+                                      L"Mirdal2.dll"};
 
 // The platform hands out every export as one pointer type.
 template <typename Function>
@@ -27,7 +28,9 @@ Function Export(HMODULE module, const char* name) {
   return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
 }
 
-std::wstring ProgramPath(const std::wstring& name) { return std::wstring(MIRDAL_PROGRAM_DIR) + name; }
+std::wstring ProgramPath(const std::wstring& name) {
+  return std::wstring(MIRDAL_PROGRAM_DIR) + name;
+}
 
 std::string Narrow(const std::wstring& text) {
   std::string out;
@@ -37,7 +40,8 @@ std::string Narrow(const std::wstring& text) {
 
 // One library of the program folder, loaded for the life of the object.
 struct CLoadedLibrary {
-  explicit CLoadedLibrary(const std::wstring& name) : handle(LoadLibraryW(ProgramPath(name).c_str())) {}
+  explicit CLoadedLibrary(const std::wstring& name)
+      : handle(LoadLibraryW(ProgramPath(name).c_str())) {}
   ~CLoadedLibrary() {
     if (handle != nullptr) FreeLibrary(handle);
   }
@@ -82,14 +86,16 @@ std::wstring FileDescription(const std::wstring& path) {
   if (!GetFileVersionInfoW(path.c_str(), 0, size, block.data())) return std::wstring();
   WORD* translation = nullptr;
   UINT length = 0;
-  if (!VerQueryValueW(block.data(), L"\\VarFileInfo\\Translation", reinterpret_cast<void**>(&translation),
-                      &length) ||
+  if (!VerQueryValueW(block.data(), L"\\VarFileInfo\\Translation",
+                      reinterpret_cast<void**>(&translation), &length) ||
       length < 4)
     return std::wstring();
   wchar_t query[64];
-  swprintf(query, 64, L"\\StringFileInfo\\%04x%04x\\FileDescription", translation[0], translation[1]);
+  swprintf(query, 64, L"\\StringFileInfo\\%04x%04x\\FileDescription", translation[0],
+           translation[1]);
   wchar_t* value = nullptr;
-  if (!VerQueryValueW(block.data(), query, reinterpret_cast<void**>(&value), &length) || length == 0)
+  if (!VerQueryValueW(block.data(), query, reinterpret_cast<void**>(&value), &length) ||
+      length == 0)
     return std::wstring();
   return std::wstring(value);
 }
@@ -110,7 +116,8 @@ std::set<int> Parameters(const std::wstring& text) {
 // program folder.
 std::set<std::wstring> NamesOfTheCode() {
   std::set<std::wstring> names;
-  std::wstring path = ProgramPath(L"..\\Companions\\Resources\\generated\\DeclaredMessageNames.txt");
+  std::wstring path =
+      ProgramPath(L"..\\Companions\\Resources\\generated\\DeclaredMessageNames.txt");
   FILE* list = _wfopen(path.c_str(), L"r");
   if (list == nullptr) return names;
   char line[256];
@@ -158,7 +165,8 @@ TEST(ResourceLibraries, EveryDeclaredNameHasATextWithTheEnglishParametersInEvery
       std::wstring text = language.Text(name);
       EXPECT_FALSE(text.empty()) << Narrow(module) << " lacks " << Narrow(name);
       if (!text.empty()) {
-        EXPECT_EQ(Parameters(text), Parameters(english.Text(name))) << Narrow(module) << " " << Narrow(name);
+        EXPECT_EQ(Parameters(text), Parameters(english.Text(name)))
+            << Narrow(module) << " " << Narrow(name);
       }
     }
   }
@@ -208,10 +216,12 @@ TEST(ResourceLibraries, EachIconHasEverySizeAndAPictureOfItsOwn) {
       int icon = LookupIconIdFromDirectoryEx(directory, TRUE, size, size, 0);
       HRSRC image = FindResourceW(library.handle, MAKEINTRESOURCEW(icon), MAKEINTRESOURCEW(3));
       ASSERT_NE(image, nullptr) << id << " at " << size;
-      auto* header = static_cast<BITMAPINFOHEADER*>(LockResource(LoadResource(library.handle, image)));
+      auto* header =
+          static_cast<BITMAPINFOHEADER*>(LockResource(LoadResource(library.handle, image)));
       EXPECT_EQ(header->biWidth, size) << id;
-      if (size == 16) smallPictures.insert(std::string(reinterpret_cast<char*>(header),
-                                                       SizeofResource(library.handle, image)));
+      if (size == 16)
+        smallPictures.insert(
+            std::string(reinterpret_cast<char*>(header), SizeofResource(library.handle, image)));
     }
   }
   EXPECT_EQ(smallPictures.size(), 4u);
@@ -224,8 +234,9 @@ TEST(ResourceLibraries, EventMessageFileJoinsTitleAndText) {
   ASSERT_NE(library.handle, nullptr);
   DWORD_PTR strings[] = {DWORD_PTR(L"Tessels"), DWORD_PTR(L"Disk full")};
   wchar_t buffer[256] = {};
-  DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, library.handle, 1,
-                                0, buffer, 256, reinterpret_cast<va_list*>(strings));
+  DWORD length =
+      FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, library.handle, 1,
+                     0, buffer, 256, reinterpret_cast<va_list*>(strings));
   ASSERT_GT(length, 0u);
   EXPECT_EQ(std::wstring(buffer), L"Tessels:\r\nDisk full\r\n");
 }
