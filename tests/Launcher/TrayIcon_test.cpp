@@ -161,12 +161,17 @@ struct AgentWindowLock {
   CProductLock lock{L"MirdalTest.AgentWindowClass"};
 };
 
+// The product's icons, from the resource library that carries them.
+HINSTANCE IconLibrary() {
+  static HMODULE library = ::LoadLibraryW(MIRDAL_PROGRAM_DIR L"MirdalRes.dll");
+  return library;
+}
+
 // A tray window whose deliveries are written down instead of opening menus.
 class RecordingTrayWnd : private AgentWindowLock, public CTrayIconWnd {
  public:
   RecordingTrayWnd()
-      : CTrayIconWnd(::GetModuleHandleW(L"user32.dll"), 32512, 32513, 32514, 32515, L"title", L"tip", L"", L"",
-                     false) {
+      : CTrayIconWnd(IconLibrary(), 102, 101, 103, 107, L"title", L"tip", L"", L"", false) {
     SetProcessWindow(this);
   }
   LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam) override {
@@ -299,7 +304,7 @@ TEST(TrayWindow, IsFoundByItsPublicClassAndRebuildsOnCreate) {
   RecordingTrayWnd window;
   HWND first = window.GetWindowHandle();
   EXPECT_EQ(first, ::FindWindowW(L"Md16_Launcher", nullptr));
-  window.Create(32513, 32512, 32514, 32515);
+  window.Create(101, 102, 103, 107);
   EXPECT_FALSE(::IsWindow(first));
   EXPECT_EQ(window.GetWindowHandle(), ::FindWindowW(L"Md16_Launcher", nullptr));
 }
