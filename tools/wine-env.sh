@@ -40,7 +40,7 @@ mirdal_ensure_prefix() {
 mirdal_running_here() {
   local pid
   for pid in $(pgrep -u "$(id -u)" -f "$1" 2>/dev/null); do
-    tr '\0' '\n' < "/proc/$pid/environ" 2>/dev/null | grep -qx "WINEPREFIX=$WINEPREFIX" && return 0
+    { tr '\0' '\n' < "/proc/$pid/environ"; } 2>/dev/null | grep -qx "WINEPREFIX=$WINEPREFIX" && return 0
   done
   return 1
 }
