@@ -7,6 +7,7 @@
 
 #include "MdTools/AtomsEmulation.h"
 #include "errors.h"
+#include "registrykey.h"
 #include "services.h"
 
 using Tsl::CUnicodeString;
@@ -53,6 +54,7 @@ const wchar_t* const InstallerMutexName = L"Global\\{116BB03F-9063-40a8-9BAA-662
 void CCommandLineArguments::Parse(const CUnicodeString& text) {
   arguments.DeleteAll();
   switches.DeleteAll();
+  fileReads = 0;
   ParseText(text, 0);
   BuildSwitches();
 }
@@ -106,11 +108,14 @@ bool CCommandLineArguments::AddArgument(const CUnicodeString& argument, int32_t 
     return true;
   }
   CUnicodeString fileName = argument.Mid(1);
-  if (depth >= MaxArgumentFileDepth) {
-    // A file that names itself, directly or through others, ends here.
+  // A file that names itself, directly or through others, ends at the depth
+  // limit. Files that each name the next one twice stay shallow but double
+  // the reads at every level: the count of reads bounds that.
+  if (depth >= MaxArgumentFileDepth || fileReads >= MaxArgumentFileReads) {
     Tsl::GenerateCheckError(L"ERR_ARGUMENT_FILES_TOO_DEEP", fileName, CUnicodeString());
     return false;
   }
+  ++fileReads;
   return ParseText(AgentServices().ReadTextFile(fileName), depth + 1);
 }
 
@@ -141,9 +146,10 @@ bool CCommandLineArguments::HasSwitch(const wchar_t* name) const {
 
 CMirdalLauncherApp::CMirdalLauncherApp() : instance(nullptr), trayWnd(nullptr), byInstaller(false) {}
 
-// A start that failed after the tray window was built leaves it here; it goes
-// with the application object. The mutexes close after this body, as the last
-// fields to go.
+// AgentMain deletes the tray window on both of its roads, before the
+// foundation goes; only an object that never went through it (a test's) can
+// still hold one here. The mutexes close after this body, as the last fields
+// to go.
 CMirdalLauncherApp::~CMirdalLauncherApp() {
   if (trayWnd != nullptr) DeleteTrayWindow(trayWnd);
 }
@@ -287,18 +293,13 @@ bool ReadBoolRegistryValue(HKEY root, const wchar_t* key, const wchar_t* valueNa
   TSL_ASSERT(key != nullptr && key[0] != 0, Unit, 1150);
   if ((root != HKEY_CURRENT_USER && root != HKEY_LOCAL_MACHINE) || key == nullptr || key[0] == 0) return false;
 
-  // Only "true" and "false" count, so a longer text is no answer: the buffer
-  // is just big enough for them, and a text that doesn't fit reads as missing.
-  HKEY opened = nullptr;
-  if (::RegOpenKeyExW(root, key, 0, KEY_READ | KEY_WOW64_32KEY, &opened) != ERROR_SUCCESS) return false;
-  wchar_t text[8] = {};
-  DWORD type = 0;
-  DWORD size = sizeof(text) - sizeof(wchar_t);
-  LONG result = ::RegQueryValueExW(opened, valueName, nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
-  ::RegCloseKey(opened);
-  if (result != ERROR_SUCCESS || type != REG_SZ) return false;
-  text[size / sizeof(wchar_t)] = 0;  // the stored text need not be terminated
-  CUnicodeString answer(text);
+  // The product's view: the 32-bit registry for a 32-bit build on a 64-bit
+  // system, the native one otherwise.
+  Tsl::CRegistryKey opened;
+  if (!opened.Open(root, key, Tsl::RM_Read, Tsl::RV_32) || opened.GetValueType(valueName) != REG_SZ) return false;
+  // The text ends at its first zero: writers may store it with padding
+  // behind the terminator, and the product's own option writer does.
+  CUnicodeString answer(opened.ReadString(valueName, CUnicodeString()).Text());
   if (answer.CompareNoCase(L"true") == 0) {
     value = true;
     return true;
@@ -391,6 +392,10 @@ int AgentMain(CMirdalLauncherApp& app, HINSTANCE instance, const wchar_t* comman
     Tsl::ReportException(failure);
     delete failure;
     exitCode = -1;
+    // A tray window that the failed road left behind goes now, as on the
+    // normal road: its worker thread, hook and atoms end while the
+    // foundation and the process-wide objects are all still there.
+    app.ExitInstance();
   }
   services.DoneTessels();
   return exitCode;

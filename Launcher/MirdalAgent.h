@@ -35,7 +35,8 @@ class CCommandLineArguments {
   // ReadTextFile for an "@file" that can't be read, and a CCheckException
   // ("ERR_ARGUMENT_FILES_TOO_DEEP" with the file name) for argument files
   // nested deeper than MaxArgumentFileDepth, which is how a file that names
-  // itself ends.
+  // itself ends, or for more than MaxArgumentFileReads reads in one parse,
+  // which is how files that each name the next one twice end.
   void Parse(const Tsl::CUnicodeString& text);
   // True when the map holds `name`, compared without regard to case.
   bool HasSwitch(const wchar_t* name) const;
@@ -44,6 +45,7 @@ class CCommandLineArguments {
   const Tsl::CUnicodeString& GetArgument(int32_t index) const { return arguments[index]; }
 
   static const int32_t MaxArgumentFileDepth = 32;
+  static const int32_t MaxArgumentFileReads = 256;
 
  private:
   bool ParseText(const Tsl::CUnicodeString& text, int32_t depth);
@@ -51,6 +53,7 @@ class CCommandLineArguments {
   void BuildSwitches();
 
   Tsl::CArray<Tsl::CUnicodeString> arguments;
+  int32_t fileReads = 0;  // argument files read by the parse under way
   // Switch name to value; a name may stand more than once.
   Tsl::CMap<Tsl::CUnicodeString, Tsl::CUnicodeString, Tsl::CNoCaseKeyTraits> switches;
 };

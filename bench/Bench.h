@@ -10,12 +10,27 @@
 
 namespace Bench {
 
-// Seconds of wall time for one call of `body`, best of `repeats` calls.
-double Time(const std::function<void()>& body, int repeats = 5);
+// Seconds of wall time for one call of a body: the median of the measured
+// runs, and the fastest and slowest of them.
+struct Timing {
+  double median;
+  double fastest;
+  double slowest;
+  // How far the runs lay apart, relative to the median.
+  double Spread() const { return median > 0 ? (slowest - fastest) / median : 0.0; }
+};
 
-// Prints one line: what was measured, both times, and ours/baseline.
-// `target` says what the ratio should be (for example "<= 1.0").
-void Report(const std::string& what, double ours, double baseline, const std::string& target);
+// Calls `body` once to warm caches and pools up, unmeasured, then measures
+// `runs` calls (at least MinimumRuns). On a shared machine one call may take
+// twice as long as the next; the median of several is what a ratio can rest on.
+const int MinimumRuns = 5;
+Timing Time(const std::function<void()>& body, int runs = MinimumRuns);
+
+// Prints one line: what was measured, both medians with their spreads, and
+// the ratio of the medians. `target` says what the ratio should be (for
+// example "<= 1.0").
+void Report(const std::string& what, const Timing& ours, const Timing& baseline,
+            const std::string& target);
 
 // Prints a line of free text (sizes, counts).
 void Note(const std::string& text);

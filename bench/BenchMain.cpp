@@ -1,7 +1,9 @@
 // Runs every registered benchmark group, or those whose names contain an argument.
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "Bench.h"
 
@@ -15,23 +17,30 @@ std::map<std::string, void (*)()>& Groups() {
 
 Registrar::Registrar(const char* name, void (*run)()) { Groups()[name] = run; }
 
-double Time(const std::function<void()>& body, int repeats) {
+Timing Time(const std::function<void()>& body, int runs) {
+  runs = std::max(runs, MinimumRuns);
   LARGE_INTEGER frequency, start, end;
   QueryPerformanceFrequency(&frequency);
-  double best = 1e300;
-  for (int i = 0; i < repeats; ++i) {
+  body();  // the warm-up
+  std::vector<double> seconds;
+  for (int i = 0; i < runs; ++i) {
     QueryPerformanceCounter(&start);
     body();
     QueryPerformanceCounter(&end);
-    double seconds = double(end.QuadPart - start.QuadPart) / double(frequency.QuadPart);
-    if (seconds < best) best = seconds;
+    seconds.push_back(double(end.QuadPart - start.QuadPart) / double(frequency.QuadPart));
   }
-  return best;
+  std::sort(seconds.begin(), seconds.end());
+  size_t middle = seconds.size() / 2;
+  double median = seconds.size() % 2 ? seconds[middle] : (seconds[middle - 1] + seconds[middle]) / 2;
+  return {median, seconds.front(), seconds.back()};
 }
 
-void Report(const std::string& what, double ours, double baseline, const std::string& target) {
-  std::printf("  %-58s ours %9.3f ms  baseline %9.3f ms  ratio %6.2f  (target %s)\n", what.c_str(),
-              ours * 1e3, baseline * 1e3, baseline > 0 ? ours / baseline : 0.0, target.c_str());
+void Report(const std::string& what, const Timing& ours, const Timing& baseline,
+            const std::string& target) {
+  std::printf("  %-58s ours %9.3f ms +-%2.0f%%  baseline %9.3f ms +-%2.0f%%  ratio %6.2f  (target %s)\n",
+              what.c_str(), ours.median * 1e3, ours.Spread() * 100, baseline.median * 1e3,
+              baseline.Spread() * 100, baseline.median > 0 ? ours.median / baseline.median : 0.0,
+              target.c_str());
   std::fflush(stdout);
 }
 

@@ -98,12 +98,12 @@ void PingPong(int count) {
 BENCH(Queue) {
   const int streamed = 1000000;
   for (int window : {16, 64, 256}) {
-    double ours = Bench::Time([&] { Stream<CSyncQueue<int>>(streamed, window); }, 3);
-    double base = Bench::Time([&] { Stream<CStdQueue<int>>(streamed, window); }, 3);
+    Bench::Timing ours = Bench::Time([&] { Stream<CSyncQueue<int>>(streamed, window); });
+    Bench::Timing base = Bench::Time([&] { Stream<CStdQueue<int>>(streamed, window); });
     Bench::Report("stream " + std::to_string(streamed) + " ints, <= " + std::to_string(2 * window) + " in flight", ours, base, "<= 1.0");
   }
   const int trips = 20000;
-  double ours = Bench::Time([&] { PingPong<CSyncQueue<int>>(trips); }, 3);
-  double base = Bench::Time([&] { PingPong<CStdQueue<int>>(trips); }, 3);
+  Bench::Timing ours = Bench::Time([&] { PingPong<CSyncQueue<int>>(trips); });
+  Bench::Timing base = Bench::Time([&] { PingPong<CStdQueue<int>>(trips); });
   Bench::Report("ping-pong " + std::to_string(trips) + " round trips", ours, base, "<= 1.0");
 }

@@ -84,7 +84,7 @@ BENCH(Archive) {
   for (const Record& r : records) names.emplace_back(r.name.c_str());
 
   Tsl::CMemoryFile stored;
-  double ours = Bench::Time([&] {
+  Bench::Timing ours = Bench::Time([&] {
     Tsl::CMemoryFile file;
     Tsl::CArchive archive(&file, Tsl::CArchive::Store);
     for (size_t i = 0; i < records.size(); ++i) {
@@ -96,7 +96,7 @@ BENCH(Archive) {
     Bench::Keep(file.GetLength());
   });
   std::vector<char> encoded;
-  double base = Bench::Time([&] {
+  Bench::Timing base = Bench::Time([&] {
     std::vector<char> out;
     for (const Record& r : records) {
       Put(out, &r.id, 4);

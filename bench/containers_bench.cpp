@@ -75,20 +75,18 @@ void RunMapSize(int n) {
   }
   int rounds = std::max(1, 1000000 / n);  // about 10^6 lookups per measurement
 
-  double oursBuild = Bench::Time(
+  Bench::Timing oursBuild = Bench::Time(
       [&] {
         CMap<CUnicodeString, int> map;
         for (int i = 0; i < n; ++i) map.Set(keys[i], i);
         Bench::Keep(map.GetCount());
-      },
-      3);
-  double stdBuild = Bench::Time(
+      });
+  Bench::Timing stdBuild = Bench::Time(
       [&] {
         CStdMap map;
         for (int i = 0; i < n; ++i) map[stdKeys[i]] = i;
         Bench::Keep(map.size());
-      },
-      3);
+      });
   Bench::Report("CMap<string,int> insert n=" + std::to_string(n), oursBuild, stdBuild, "info");
 
   CMap<CUnicodeString, int> map;
@@ -97,13 +95,13 @@ void RunMapSize(int n) {
   CStdMap stdMap;
   for (int i = 0; i < n; ++i) stdMap[stdKeys[i]] = i;
 
-  double oursHit = Bench::Time([&] {
+  Bench::Timing oursHit = Bench::Time([&] {
     int64_t sum = 0;
     for (int r = 0; r < rounds; ++r)
       for (int i = 0; i < n; ++i) sum += *map.Find(hits[i]);
     Bench::Keep(sum);
   });
-  double stdHit = Bench::Time([&] {
+  Bench::Timing stdHit = Bench::Time([&] {
     int64_t sum = 0;
     for (int r = 0; r < rounds; ++r)
       for (int i = 0; i < n; ++i) sum += stdMap.find(stdHits[i])->second;
@@ -111,13 +109,13 @@ void RunMapSize(int n) {
   });
   Bench::Report("CMap<string,int> lookup hit n=" + std::to_string(n), oursHit, stdHit, "<= 1.0");
 
-  double oursMiss = Bench::Time([&] {
+  Bench::Timing oursMiss = Bench::Time([&] {
     int found = 0;
     for (int r = 0; r < rounds; ++r)
       for (int i = 0; i < n; ++i) found += map.Find(misses[i]) != nullptr;
     Bench::Keep(found);
   });
-  double stdMiss = Bench::Time([&] {
+  Bench::Timing stdMiss = Bench::Time([&] {
     int found = 0;
     for (int r = 0; r < rounds; ++r)
       for (int i = 0; i < n; ++i) found += stdMap.find(stdMisses[i]) != stdMap.end();
@@ -147,14 +145,14 @@ BENCH(Map) {
 
 BENCH(Array) {
   const int n = 1000000;
-  double ours = Bench::Time(
+  Bench::Timing ours = Bench::Time(
       [&] {
         CArray<int> array;
         for (int i = 0; i < n; ++i) array.Add(i);
         Bench::Keep(array.GetSize());
       },
       9);
-  double base = Bench::Time(
+  Bench::Timing base = Bench::Time(
       [&] {
         std::vector<int> vector;
         for (int i = 0; i < n; ++i) vector.push_back(i);

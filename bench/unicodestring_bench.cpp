@@ -36,7 +36,7 @@ BENCH(String) {
   // (a) Make a burst of short strings, then drop them all.
   alignas(Tsl::CUnicodeString) static unsigned char storage[BatchSize * sizeof(Tsl::CUnicodeString)];
   Tsl::CUnicodeString* strings = reinterpret_cast<Tsl::CUnicodeString*>(storage);
-  double ours = Bench::Time([&] {
+  Bench::Timing ours = Bench::Time([&] {
     for (int b = 0; b < Batches; ++b) {
       for (int i = 0; i < BatchSize; ++i) new (&strings[i]) Tsl::CUnicodeString(source.c_str(), lengths[size_t(i)]);
       Bench::Keep(strings[BatchSize / 2]);
@@ -46,7 +46,7 @@ BENCH(String) {
 
   // The same bytes (header, text, terminator) from the runtime heap.
   std::vector<void*> blocks(BatchSize);
-  double heap = Bench::Time([&] {
+  Bench::Timing heap = Bench::Time([&] {
     for (int b = 0; b < Batches; ++b) {
       for (int i = 0; i < BatchSize; ++i) {
         int32_t length = lengths[size_t(i)];
@@ -61,7 +61,7 @@ BENCH(String) {
 
   alignas(std::wstring) static unsigned char wideStorage[BatchSize * sizeof(std::wstring)];
   std::wstring* wides = reinterpret_cast<std::wstring*>(wideStorage);
-  double standard = Bench::Time([&] {
+  Bench::Timing standard = Bench::Time([&] {
     for (int b = 0; b < Batches; ++b) {
       for (int i = 0; i < BatchSize; ++i) new (&wides[i]) std::wstring(source.c_str(), size_t(lengths[size_t(i)]));
       Bench::Keep(wides[BatchSize / 2]);
@@ -75,13 +75,13 @@ BENCH(String) {
   const int Copies = 200000;
   Tsl::CUnicodeString longText(std::wstring(1000, L'y').c_str());
   std::wstring longWide(1000, L'y');
-  double copyOurs = Bench::Time([&] {
+  Bench::Timing copyOurs = Bench::Time([&] {
     for (int i = 0; i < Copies; ++i) {
       Tsl::CUnicodeString copy(longText);
       Bench::Keep(copy);
     }
   });
-  double copyStandard = Bench::Time([&] {
+  Bench::Timing copyStandard = Bench::Time([&] {
     for (int i = 0; i < Copies; ++i) {
       std::wstring copy(longWide);
       Bench::Keep(copy);

@@ -45,9 +45,10 @@ class CSyncQueue {
     stopEvent = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);   // manual-reset: stays set for every consumer
   }
 
-  // Only after Stop and after every consumer has returned: the owner stops
-  // the queue, waits for its worker without a time-out, and only then
-  // destroys it. What is still queued goes with the queue, unread.
+  // Only after Stop and after every thread that calls the queue has returned
+  // from its call: the owner stops the queue, waits for its worker without a
+  // time-out, and only then destroys it. What is still queued goes with the
+  // queue, unread.
   ~CSyncQueue() {
     if (dataEvent != nullptr) ::CloseHandle(dataEvent);
     if (stopEvent != nullptr) ::CloseHandle(stopEvent);
@@ -63,22 +64,20 @@ class CSyncQueue {
   // item is not taken. Growth follows the arrays' rule (8, 16, 24, 36, 54...)
   // and failing to grow is the memory error; the lock is released either way.
   void Put(const T& item) {
-    bool wake = false;
-    {
-      SyncQueueDetail::CSectionLock lock(section);
-      TSL_ASSERT(!stopped.load(std::memory_order_relaxed), L"SyncQueue", 91);
-      if (stopped.load(std::memory_order_relaxed)) return;
-      // The array grows by allocate, bytewise move of the old elements where
-      // the element type allows it, free. Its buffer comes from the runtime
-      // heap: the current memory manager is a per-thread choice, and two
-      // threads touch this block.
-      elements.Add(item);
-      available.store(elements.GetSize(), std::memory_order_relaxed);
-      wake = TakeWakeUp();
-    }
-    // Set outside the section, so that the consumer it wakes doesn't run
-    // straight into a held lock.
-    if (wake) ::SetEvent(dataEvent);
+    SyncQueueDetail::CSectionLock lock(section);
+    TSL_ASSERT(!stopped.load(std::memory_order_relaxed), L"SyncQueue", 91);
+    if (stopped.load(std::memory_order_relaxed)) return;
+    // The array grows by allocate, bytewise move of the old elements where
+    // the element type allows it, free. Its buffer comes from the runtime
+    // heap: the current memory manager is a per-thread choice, and two
+    // threads touch this block.
+    elements.Add(item);
+    available.store(elements.GetSize(), std::memory_order_relaxed);
+    // Set while the section is held: once a producer lets go of it, it
+    // touches the queue no more, so a consumer that takes this element may
+    // stop and destroy the queue at once. The woken consumer meets the held
+    // section only for the few instructions left, and spins over them.
+    if (TakeWakeUp()) ::SetEvent(dataEvent);
   }
 
   // Takes the front element into `out`, blocking while the queue is empty

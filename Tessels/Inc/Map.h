@@ -18,6 +18,12 @@ struct CMapEntry {
 // Template arguments: key and value, how the key hashes and compares
 // (CHashKeyTraits, or CNoCaseKeyTraits for case-insensitive strings), and
 // where the index and the pool come from.
+//
+// Keys are assumed to come from trusted sources. The string hash is fixed
+// (files and other programs depend on it) and easy to collide: keys made of
+// pieces that share a hash ("AB" and "B!" joined in any order) all land in
+// one chain, and each look-up then walks it, so n such keys cost n squared.
+// Keys from a hostile source need a bound on their number first.
 template <class Key, class Value, class Traits = CHashKeyTraits<Key>,
           class Allocator = CurrentMemoryManager>
 class CMap : public CHashContainer<CMapEntry<Key, Value>, Key, Traits, Allocator> {

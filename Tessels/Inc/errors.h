@@ -182,17 +182,40 @@ const CUnicodeString& UnhandledInternalErrorText();  // "Unhandled Internal Erro
 const wchar_t* InternalErrorMessageName(int32_t kind);
 const wchar_t* FileErrorMessageName(int32_t kind);
 
-// Per-thread state of the error route.
+// Per-thread state of the error route: four flags of the calling thread,
+// kept together in one TLS slot. The compiler's thread_local would allocate
+// on a thread's first touch, and the first touch may be the report of
+// running out of memory; the slot needs no memory.
+enum EThreadStateFlag : uint32_t {
+  TS_InError = 1,          // an error is being processed
+  TS_ShowingError = 2,     // a message of the error route is on its way to the screen
+  TS_FatalErrorShown = 4,  // a fatal message was shown on this thread
+  TS_NoThrow = 8,          // the thread's entry guard has ended: nobody would catch
+};
+
+// One flag of the calling thread, read and written in place like a reference
+// to a bool. It is no snapshot: a copy reads the flag as it is when read.
+class CThreadFlag {
+ public:
+  explicit constexpr CThreadFlag(uint32_t flag) : flag(flag) {}
+  CThreadFlag(const CThreadFlag&) = default;
+  operator bool() const;
+  CThreadFlag& operator=(bool value);
+  CThreadFlag& operator=(const CThreadFlag& other) { return *this = static_cast<bool>(other); }
+
+ private:
+  uint32_t flag;
+};
 struct CThreadErrorState {
-  bool inError;       // an error is being processed
-  bool showingError;  // a message of the error route is on its way to the screen
+  CThreadFlag inError{TS_InError};
+  CThreadFlag showingError{TS_ShowingError};
 };
 struct CThreadEntryState {
-  bool fatalErrorShown;
-  bool noThrow;  // the thread's entry guard has ended: nobody would catch
+  CThreadFlag fatalErrorShown{TS_FatalErrorShown};
+  CThreadFlag noThrow{TS_NoThrow};
 };
-CThreadErrorState& GetThreadErrorState();
-CThreadEntryState& GetThreadEntryState();
+CThreadErrorState GetThreadErrorState();
+CThreadEntryState GetThreadEntryState();
 
 // The entry guard of a thread's main function: returns -1 at once if a fatal
 // error was shown already; otherwise runs `body`, reports and deletes any

@@ -54,8 +54,49 @@ volatile bool quietMode = false;
 // box, ends the process without showing anything more.
 volatile LONG endingWithDoubleError = 0;
 
-thread_local CThreadErrorState threadErrorState = {false, false};
-thread_local CThreadEntryState threadEntryState = {false, false};
+// The TLS slot of the per-thread flags. It is taken before any ordinary
+// static initialiser runs (priority 101), so it is one of the first few
+// slots, whose values live in the thread's own block: writing them never
+// allocates. It is never given back, since failures during and after static
+// destruction still need it. Without a slot (TlsAlloc failed) the flags are
+// process-wide.
+DWORD volatile stateSlot = TLS_OUT_OF_INDEXES;
+volatile uintptr_t stateWithoutSlot = 0;
+
+struct CStateSlotAllocation {
+  CStateSlotAllocation() {
+    DWORD slot = ::TlsAlloc();
+    if (slot == TLS_OUT_OF_INDEXES) ::OutputDebugStringW(L"Not enough TLS indices\n");
+    stateSlot = slot;
+  }
+};
+CStateSlotAllocation stateSlotAllocation __attribute__((init_priority(101)));
+
+// TlsGetValue clears the thread's last error on success; the error route
+// runs between a failing call and the GetLastError that reads it.
+uintptr_t ReadStateFlags() {
+  DWORD slot = stateSlot;
+  if (slot == TLS_OUT_OF_INDEXES) return stateWithoutSlot;
+  DWORD error = ::GetLastError();
+  uintptr_t flags = reinterpret_cast<uintptr_t>(::TlsGetValue(slot));
+  ::SetLastError(error);
+  return flags;
+}
+
+void WriteStateFlags(uintptr_t flags) {
+  DWORD slot = stateSlot;
+  if (slot == TLS_OUT_OF_INDEXES)
+    stateWithoutSlot = flags;
+  else
+    ::TlsSetValue(slot, reinterpret_cast<void*>(flags));
+}
+
+bool IsStateFlagSet(uint32_t flag) { return (ReadStateFlags() & flag) != 0; }
+
+void SetStateFlag(uint32_t flag, bool on) {
+  uintptr_t flags = ReadStateFlags();
+  WriteStateFlags(on ? flags | flag : flags & ~uintptr_t(flag));
+}
 
 }  // namespace
 
@@ -114,22 +155,31 @@ void EnableExceptions(bool enabled) { exceptionsEnabled = enabled; }
 bool IsQuietMode() { return quietMode; }
 void SetQuietMode(bool quiet) { quietMode = quiet; }
 
-CThreadErrorState& GetThreadErrorState() { return threadErrorState; }
-CThreadEntryState& GetThreadEntryState() { return threadEntryState; }
+CThreadFlag::operator bool() const { return IsStateFlagSet(flag); }
+
+CThreadFlag& CThreadFlag::operator=(bool value) {
+  SetStateFlag(flag, value);
+  return *this;
+}
+
+CThreadErrorState GetThreadErrorState() { return CThreadErrorState(); }
+CThreadEntryState GetThreadEntryState() { return CThreadEntryState(); }
 
 namespace {
 
-// Puts the thread's error state back when the scope ends, also when a failure
-// is thrown out of it.
+// Puts the thread's error state (inError and showingError) back when the
+// scope ends, also when a failure is thrown out of it; the entry flags stay
+// as the scope left them.
 class CErrorStateRestore {
  public:
-  CErrorStateRestore() : saved(threadErrorState) {}
-  ~CErrorStateRestore() { threadErrorState = saved; }
+  CErrorStateRestore() : saved(ReadStateFlags() & ErrorFlags) {}
+  ~CErrorStateRestore() { WriteStateFlags((ReadStateFlags() & ~ErrorFlags) | saved); }
   CErrorStateRestore(const CErrorStateRestore&) = delete;
   CErrorStateRestore& operator=(const CErrorStateRestore&) = delete;
 
  private:
-  CThreadErrorState saved;
+  static const uintptr_t ErrorFlags = TS_InError | TS_ShowingError;
+  uintptr_t saved;
 };
 
 // The common frame of the failures that may return, entered after the stop
@@ -138,9 +188,9 @@ class CErrorStateRestore {
 // the failure is thrown out of it.
 class CFailureScope {
  public:
-  CFailureScope() { threadErrorState.inError = true; }
+  CFailureScope() { SetStateFlag(TS_InError, true); }
   // Nobody would catch: exceptions are off, or the thread's guard has ended.
-  static bool MayThrow() { return exceptionsEnabled && !threadEntryState.noThrow; }
+  static bool MayThrow() { return exceptionsEnabled && !IsStateFlagSet(TS_NoThrow); }
 
  private:
   CRuntimeHeapSwitch heapSwitch;
@@ -270,12 +320,11 @@ CCheckException::CCheckException(const wchar_t* messageName, const CUnicodeStrin
                                  const CUnicodeString& p1, const CUnicodeString& p2)
     : messageName(messageName), params{p0, p1, p2} {}
 
-// Parameters after the last one given are unused slots, not data: a message
-// without text does not show blanks for them.
+// All three parameters go with the message, empty ones too: without a text
+// the user sees the name and a blank before each of them, so that the
+// position of every piece of data stays recognisable.
 CUnicodeString CCheckException::GetMessageText() const {
-  int32_t count = 3;
-  while (count > 0 && params[count - 1].IsEmpty()) --count;
-  return GetMessageOrDefault(messageName, params, count);
+  return GetMessageOrDefault(messageName, params, 3);
 }
 
 CFileException::CFileException(uint32_t systemCode, int32_t kind, const CUnicodeString& fileName)
@@ -331,10 +380,25 @@ void* CMemoryException::operator new(size_t size) {
   EndWithPoolOverrun();
 }
 
+// Reports an internal error of this unit the way it is reported where nobody
+// would catch: shown, and the caller goes on. For places that must not throw.
+static void ReportInternalErrorInPlace(int32_t line) {
+  uintptr_t noThrowBefore = ReadStateFlags() & TS_NoThrow;
+  SetStateFlag(TS_NoThrow, true);
+  try {
+    GenerateInternalError(IE_Assert, L"", L"", L"errors", line, 0);
+  } catch (CException* failure) {
+    // Only a show route that fails itself gets here; its failure is dropped.
+    delete failure;
+  }
+  WriteStateFlags((ReadStateFlags() & ~uintptr_t(TS_NoThrow)) | noThrowBefore);
+}
+
 // A place that was free, or an address outside the pool, is an internal
-// error. It is raised after the lock is left, so that the pool stays usable
-// for the error route; being unable to leave a delete, it ends in the
-// terminate handler unless nobody would catch anyway.
+// error. A delete cannot throw (an exception leaving it ends the process in
+// the terminate handler), so it is shown and the delete returns. It is
+// reported after the lock is left, so that the pool stays usable for the
+// error route.
 void CMemoryException::operator delete(void* p) {
   if (p == nullptr) return;
   bool found = false, wasUsed = false;
@@ -348,8 +412,10 @@ void CMemoryException::operator delete(void* p) {
       break;
     }
   }
-  TSL_ASSERT(found, L"errors", 122);
-  TSL_ASSERT(!found || wasUsed, L"errors", 121);
+  if (!found)
+    ReportInternalErrorInPlace(122);
+  else if (!wasUsed)
+    ReportInternalErrorInPlace(121);
 }
 
 // ---------------------------------------------------------------------------
@@ -365,11 +431,11 @@ void EndWithDoubleError() {
 
 void ShowFatalMessage(const CUnicodeString& text) {
   CRuntimeHeapSwitch onRuntimeHeap;
-  if (threadErrorState.showingError) EndWithDoubleError();
+  if (IsStateFlagSet(TS_ShowingError)) EndWithDoubleError();
   CErrorStateRestore stateRestore;
-  threadErrorState.showingError = true;  // inError stays as it was
+  SetStateFlag(TS_ShowingError, true);  // inError stays as it was
   ShowMessage(text, FatalBoxFlags);
-  threadEntryState.fatalErrorShown = true;
+  SetStateFlag(TS_FatalErrorShown, true);
 }
 
 // ---------------------------------------------------------------------------
@@ -404,7 +470,7 @@ bool GenerateCheckError(const wchar_t* messageName, const CUnicodeString& p0, co
 // used again by the code that catches this.
 void GenerateMemoryError() {
   SetCurrentMemoryManager(GetRuntimeHeapManager());
-  threadErrorState.inError = true;
+  SetStateFlag(TS_InError, true);
   if (IsDebugFlagSet(DF_BreakOnMemoryException)) DebugBreak();
   throw new CMemoryException;
 }
@@ -544,10 +610,10 @@ CUnicodeString GetComErrorText(HRESULT result, IErrorInfo* errorInfo) {
 // The thread entry guard
 
 int RunThreadEntryGuarded(int (*body)(void* context), void* context) {
-  threadEntryState.noThrow = false;
+  SetStateFlag(TS_NoThrow, false);
   // A fatal error shown while static objects were built: the program would
   // run on broken ground.
-  if (threadEntryState.fatalErrorShown) return -1;
+  if (IsStateFlagSet(TS_FatalErrorShown)) return -1;
   int result = -1;
   try {
     result = body(context);
@@ -556,7 +622,7 @@ int RunThreadEntryGuarded(int (*body)(void* context), void* context) {
     delete exception;
     result = -1;
   }
-  threadEntryState.noThrow = true;
+  SetStateFlag(TS_NoThrow, true);
   return result;
 }
 

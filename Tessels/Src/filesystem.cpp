@@ -360,21 +360,32 @@ int32_t FindParentSeparator(const CUnicodeString& path) {
 
 // ---- Full paths and roots --------------------------------------------------
 
+// A failed call with no error recorded is a name the platform would not take.
+static void GenerateFullPathError(const CUnicodeString& path) {
+  DWORD error = ::GetLastError();
+  GenerateFileError(error != 0 ? error : ERROR_INVALID_NAME, path);
+}
+
 void NormalizePath(CUnicodeString& path) {
   path.TrimRight();
   path.Trim();
   if (path.IsEmpty()) return;
+  // The platform would read such a text only up to its zero and answer for
+  // a different path, or fail without saying why.
+  if (int32_t(wcslen(path.Text())) != path.Length()) GenerateFileError(ERROR_INVALID_NAME, path);
   DWORD size = 261;
   CUnicodeString full;
+  ::SetLastError(0);
   DWORD result = ::GetFullPathNameW(path.Text(), size, full.GetBuffer(int32_t(size)), nullptr);
-  if (result == 0) GenerateFileError(::GetLastError(), path);
+  if (result == 0) GenerateFullPathError(path);
   if (result > size) {
     // A result beyond the buffer is the size needed. A one-character path
     // ("." or a bare name) resolves against the current folder, which another
     // thread may lengthen between the two calls: it gets a margin.
     size = path.Length() == 1 ? result + 260 : result;
+    ::SetLastError(0);
     result = ::GetFullPathNameW(path.Text(), size, full.GetBuffer(int32_t(size)), nullptr);
-    if (result == 0) GenerateFileError(::GetLastError(), path);
+    if (result == 0) GenerateFullPathError(path);
   }
   TSL_ASSERT(result < size, L"filesystem", 379);
   full.SetBufferLength(result < size ? int32_t(result) : 0);
@@ -431,7 +442,10 @@ bool CPathKeyTraits::IsEqual(const CUnicodeString& a, const CUnicodeString& b) {
 // The spelling of `component` in the folder `folder` (which ends with its
 // separator or is empty), or the component itself when it is not found.
 static CUnicodeString TrueComponent(const CUnicodeString& folder, const CUnicodeString& component) {
-  // A wildcard would name some other entry; "." and ".." have no spelling.
+  // Not looked up, though the disk would answer: a wildcard would be replaced
+  // by whichever entry the disk lists first, and "." or ".." by the name of
+  // the folder they resolve to ("C:\a\b\.." would become "C:\a\b\a"),
+  // both naming something else than the caller's path.
   if (component.Find(L'*') >= 0 || component.Find(L'?') >= 0 || component == L"." || component == L"..")
     return component;
   WIN32_FIND_DATAW data;

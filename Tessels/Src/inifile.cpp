@@ -135,7 +135,9 @@ CIniFile::CIniFile(const CUnicodeString& path)
       sectionIndex(0, EntriesInFirstPage<CMapEntry<CUnicodeString, CIniSection*>>()) {
   CUnicodeString trimmed(path);
   trimmed.Trim();
-  if (IsAbsoluteIniPath(trimmed)) {
+  // The form is judged as written: " C:\x.ini" does not begin with a drive,
+  // so it is a name below the program's folder.
+  if (IsAbsoluteIniPath(path)) {
     NormalizePath(trimmed);
     fileName = trimmed;
   } else {
@@ -351,9 +353,11 @@ CUnicodeString CIniFile::GetCanonicalText() const {
   return text;
 }
 
-// Saving what was never read keeps what the file holds: it is read first.
+// Saving what was never read keeps what the file holds: it is read first, and
+// a file that isn't there raises what the file layer raises. Only a file
+// given values by SetValue may be new.
 void CIniFile::Save() {
-  EnsureLoadedOrNew();
+  EnsureLoaded();
   WriteTextFile(fileName, GetCanonicalText());
   changed = false;
 }

@@ -277,6 +277,9 @@ void CNativeFileSystem::CreateDirectory(const CUnicodeString& path, bool failIfE
     }
   }
   if (error == 0) return;
+  // Also when the retry says so: another program (a second agent making the
+  // same log folder) may have made the folder between the two calls, and a
+  // caller that doesn't mind its existing must not fail for that race.
   if (error == ERROR_ALREADY_EXISTS && !failIfExists) return;
   GenerateFileError(error, path);
 }
@@ -371,7 +374,8 @@ void CFileSystemBase::DeleteTree(const CUnicodeString& path, bool clearReadOnly)
   for (int32_t i = 0; i < entries.GetSize(); ++i) {
     const CFileStatus& entry = entries[i];
     if (IsDirectory(entry)) {
-      // A link to a folder goes as a link: the tree it points to is not ours.
+      // A link to a folder goes as a link, not followed: the tree it points
+      // to is not ours, and may hold this very folder.
       if ((entry.Attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         RemoveDirectory(entry.FullName);
       else
@@ -396,9 +400,9 @@ void CFileSystemBase::CollectFiles(const CUnicodeString& directory, CFileStatusA
   for (int32_t start = 0; start <= masks.Length();) {
     int32_t end = masks.Find(L';', start);
     if (end < 0) end = masks.Length();
+    // Each piece as written: a blank belongs to the names it matches. An
+    // empty piece (";;", a closing ";") matches no name and is not asked.
     CUnicodeString mask = masks.Mid(start, end - start);
-    mask.TrimRight();
-    mask.Trim();
     start = end + 1;
     if (mask.IsEmpty()) continue;
     EnumerateFiles(directory, entries, mask);
@@ -409,7 +413,8 @@ void CFileSystemBase::CollectFiles(const CUnicodeString& directory, CFileStatusA
   EnumerateFiles(directory, entries, L"*");
   uint32_t directoryFlags = (flags & CF_HiddenAndSystem) | CF_Directories;
   for (int32_t i = 0; i < entries.GetSize(); ++i) {
-    // A link to a folder is not followed: it may lead back up the tree.
+    // A link to a folder is not followed: it may lead back up the tree, and
+    // the files behind it belong to another tree.
     if (!FlagsAllow(entries[i], directoryFlags) || (entries[i].Attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
       continue;
     CUnicodeString below = entries[i].FullName;
@@ -520,7 +525,10 @@ CUnicodeString GetSpecialFolder(ESpecialFolder folder) {
     ::CoTaskMemFree(items);
   }
   result.SetBufferLength(int32_t(wcslen(buffer)));
-  // No path stays empty: a lone separator would name the current drive's root.
+  // No path stays empty, where the separator rule would give "\": a caller
+  // can tell a folder the system doesn't have, and a lone separator would
+  // resolve to the root of whatever drive is current and put the caller's
+  // data there.
   return result.IsEmpty() ? result : AddTrailingSeparator(result);
 }
 

@@ -575,7 +575,11 @@ void CUnicodeString::FormatV(const wchar_t* format, va_list arguments) {
   CUnicodeString previous(static_cast<CUnicodeString&&>(*this));
   if (format == nullptr) return;
   // Far beyond any text of this system; only a format the runtime cannot
-  // render at all gets here, and endless doubling would not help it.
+  // render at all gets here (it answers -1 for a bad conversion as for a
+  // short buffer), and endless doubling would not help it. The limit also
+  // guards the signed 32-bit sizes: 0x4000000 units are 128 MB, and four
+  // more doublings would make a byte count of 2 GB, which overflows them (a
+  // 32-bit process runs out of room for such a block well before).
   const int32_t hopeless = 0x4000000;
   int32_t room = 256;
   for (;;) {

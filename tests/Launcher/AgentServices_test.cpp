@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include "MirdalAgent.h"
+#include "ProductMarks.h"
 #include "TestSupport.h"
 #include "errors.h"
+#include "registrykey.h"
 
 namespace {
 
@@ -39,6 +41,26 @@ TEST_F(ProductServices, ArgumentFilesAreReadFromDiskWithNestingAndMissingFiles) 
     EXPECT_NE(nullptr, wcsstr(failure->fileName.Text(), L"absent.txt"));
     delete failure;
   }
+}
+
+// The machine-wide autostart setting, read from its real place each time.
+TEST_F(ProductServices, StartupAutoStartIsTheMachinesGeneralSettingWithDefaultFalse) {
+  CProductLock lock{L"Local\\MirdalTest_ProductMachineKey"};
+  HKEY general = nullptr;
+  ASSERT_EQ(0, RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Tavix\\Mirdal\\16\\General", 0,
+                               nullptr, 0,
+                               KEY_ALL_ACCESS | Tsl::CRegistryKey::GetViewAccessFlag(Tsl::RV_Default),
+                               nullptr, &general, nullptr));
+  const std::pair<const wchar_t*, bool> rows[] = {{L"true", true}, {L"false", false}, {nullptr, false}};
+  for (const auto& [text, expected] : rows) {
+    if (text != nullptr)
+      RegSetValueExW(general, L"StartupAutoStart", 0, REG_SZ, reinterpret_cast<const BYTE*>(text),
+                     DWORD(wcslen(text) + 1) * 2);
+    else
+      RegDeleteValueW(general, L"StartupAutoStart");
+    EXPECT_EQ(expected, AgentServices().ReadStartupAutoStart()) << (text ? "true" : "missing");
+  }
+  RegCloseKey(general);
 }
 
 TEST_F(ProductServices, RowsNotYetBuiltAreTheUnboundServiceError) {

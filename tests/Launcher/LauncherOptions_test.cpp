@@ -158,6 +158,35 @@ TEST_F(LauncherOptionsTest, DefaultsThenEachClickTypeAndHoverKeySetExactlyTheirO
   EXPECT_EQ(AtomsSeenFromOutside(), "");
 }
 
+// The main program, the trainer and the installer use the same keys.
+TEST(RegistryKeys, TheProductsOwnKeysKeepTheirPaths) {
+  EXPECT_STREQ(L"SOFTWARE\\Tavix\\Mirdal\\16", GetProductRegistryKey());
+  EXPECT_EQ(L"SOFTWARE\\Tavix\\Mirdal\\16\\Launcher", std::wstring(GetOptionsKeyPath().Text()));
+  EXPECT_STREQ(L"Software\\Tavix\\Drillix\\16", GetDrillixRegistryKey());
+}
+
+// Clearing has an order of its own, which is not that of the names: the
+// chords, the clicks with Shift, Alt, Ctrl, the middle click, CtrlAlt,
+// CtrlShift, AltShift, CtrlWin, then the hovers.
+TEST_F(LauncherOptionsTest, ClearingGoesThroughTheAtomsInItsOwnOrder) {
+  // clang-format off
+  const wchar_t* const order[] = {
+      L"CtrlInsInsAllowed", L"CtrlCCAllowed", L"LeftMouseClickWithShiftAllowed",
+      L"LeftMouseClickWithAltAllowed", L"LeftMouseClickWithCtrlAllowed", L"MiddleMouseClickAllowed",
+      L"LeftMouseClickWithCtrlAltAllowed", L"LeftMouseClickWithCtrlShiftAllowed",
+      L"LeftMouseClickWithAltShiftAllowed", L"LeftMouseClickWithCtrlWinAllower",
+      L"HoverWithoutKeysAllowed", L"HoverWithCtrlAllowed", L"HoverWithShiftAllowed",
+      L"HoverWithAltAllowed", L"HoverWithCtrlAltAllowed", L"HoverWithCtrlShiftAllowed",
+      L"HoverWithCtrlWinAllowed", L"HoverWithAltShiftAllowed"};
+  // clang-format on
+  std::vector<std::wstring> expected;
+  for (const wchar_t* name : order)
+    expected.push_back(L"WriteLog(Setting atom state Md16_" + std::wstring(name) + L" to false)");
+  services.calls.clear();
+  ClearAtomStates();
+  EXPECT_EQ(expected, services.calls);
+}
+
 TEST_F(LauncherOptionsTest, HoverEventFollowsTheHooksWordAcrossProcesses) {
   HANDLE event = CreateHoverTranslationEvent();
   ASSERT_NE(nullptr, event);

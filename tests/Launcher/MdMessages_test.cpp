@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "TestSupport.h"
 
 namespace {
@@ -43,6 +45,39 @@ TEST(MdMessages, EveryVariableCarriesTheNumberOfItsWireName) {
   EXPECT_EQ(0x4D444442u, CopyDataTagBalloon);  // "MDDB": the first letter in the highest byte
   EXPECT_EQ(0x4D52444Cu, CopyDataTagMirdal);   // "MRDL"
   EXPECT_EQ(0x4D494D47u, CopyDataTagImage);    // "MIMG"
+}
+
+// Other programs find these windows by class name.
+TEST(MdMessages, WindowClassesKeepTheirWireNames) {
+  const std::pair<const wchar_t*, const wchar_t*> classes[] = {
+      {LauncherWindowClass, L"Md16_Launcher"},     {MirdalAppWindowClass, L"Md16_AppWindow"},
+      {MirdalMainWindowClass, L"Md16_MainWindow"}, {DrillixMainWindowClass, L"MDD16_MainWindow"},
+      {Agent64WindowClass, L"Md16_Agent64"}};
+  for (const auto& [variable, wire] : classes) EXPECT_STREQ(wire, variable);
+}
+
+std::vector<std::pair<UINT, DWORD>> filterCalls;
+
+BOOL WINAPI RecordFilterCall(UINT message, DWORD action) {
+  filterCalls.emplace_back(message, action);
+  return TRUE;
+}
+
+// What the hook and the other agents send from lower integrity levels, and
+// nothing more, opened in this order.
+TEST(MdMessages, TheFilterOpensTheHooksAndTheInstanceProtocolsMessagesInOrder) {
+  OpenAgentMessageFilter(RecordFilterCall);
+  const std::vector<std::pair<UINT, DWORD>> expected = {
+      {WM_COPYDATA, 1},
+      {RegisterWindowMessageW(L"Md16_Hook_On_Mouse_Translate"), 1},
+      {RegisterWindowMessageW(L"Md16_Hook_On_Ctrl_Ins_Ins"), 1},
+      {RegisterWindowMessageW(L"Md16_Hook_On_Ctrl_Ins_Ins"), 1},  // the second chord's variable
+      {RegisterWindowMessageW(L"MdAgent_New_Mirdal_Instance"), 1},
+      {RegisterWindowMessageW(L"MdAgent_Exit_Mirdal_Instance"), 1},
+      {RegisterWindowMessageW(L"MdAgent_Get_Version"), 1},
+      {RegisterWindowMessageW(L"Md16_Agent_Restore_Tray_Icon"), 1},
+      {RegisterWindowMessageW(L"TaskbarCreated"), 1}};
+  EXPECT_EQ(expected, filterCalls);
 }
 
 }  // namespace

@@ -9,8 +9,10 @@
 #include <thread>
 
 #include "FakeAgentServices.h"
+#include "MdTools/AtomsEmulation.h"
 #include "ProductMarks.h"
 #include "TestSupport.h"
+#include "registrykey.h"
 
 using TestSupport::Narrow;
 typedef std::vector<std::wstring> Calls;
@@ -183,6 +185,13 @@ TEST(AgentRoad, FailuresAreReportedOnceAndEndWithMinusOne) {
     EXPECT_EQ(exitCode, -1);
     EXPECT_EQ(fake.reports, Calls{L"check:ERR_TEST_FAILURE:" + std::wstring(failing)});
     EXPECT_EQ(fake.Called(L"DoneTessels"), foundationEnds);
+    // A tray window that was built goes before the foundation, not with the
+    // application object.
+    bool windowBuilt = failing == std::wstring(L"RunMirdal(/OO)");
+    EXPECT_EQ(fake.Called(L"~TrayWindow"), windowBuilt);
+    if (windowBuilt) {
+      EXPECT_TRUE(fake.CallsInOrder({L"~TrayWindow", L"DoneTessels"}));
+    }
   }
   // Misuse is an internal error of its own line.
   CFakeAgentServices fake;
@@ -191,6 +200,32 @@ TEST(AgentRoad, FailuresAreReportedOnceAndEndWithMinusOne) {
   app.SetInstance(GetModuleHandleW(nullptr));
   EXPECT_EQ(Raised([&] { app.SetInstance(GetModuleHandleW(nullptr)); }),
             L"internal:MirdalAgent:1053");
+}
+
+// An atom is read back after each change. One that another holder keeps
+// alive is still set after clearing (239); one whose name an object of
+// another kind has taken cannot be set (236), which only shows when failures
+// return.
+TEST(Atoms, AChangeThatDoesNotReadBackIsAnInternalErrorOfItsOwnLine) {
+  CFakeAgentServices fake;
+  const std::wstring name = L"MirdalTest_Atom" + std::to_wstring(GetCurrentProcessId());
+  const std::wstring kernelName = L"Local\\" + name;
+  SetAtomState(name.c_str(), true);
+  HANDLE otherHolder = OpenMutexW(SYNCHRONIZE, FALSE, kernelName.c_str());
+  ASSERT_NE(nullptr, otherHolder);
+  EXPECT_EQ(Raised([&] { SetAtomState(name.c_str(), false); }), L"internal:MirdalAgent:239");
+  CloseHandle(otherHolder);
+  EXPECT_FALSE(IsAtomSet(name.c_str()));
+
+  HANDLE squatter = CreateEventW(nullptr, FALSE, FALSE, kernelName.c_str());
+  bool exceptionsWere = Tsl::AreExceptionsEnabled();
+  Tsl::EnableExceptions(false);
+  SetAtomState(name.c_str(), true);
+  Tsl::EnableExceptions(exceptionsWere);
+  CloseHandle(squatter);
+  EXPECT_TRUE(fake.Called(L"ShowMessage(Internal Program Error:\nAssertion failed: (  )\n"
+                          L"MirdalAgent, 236.\n(  ).)"))
+      << Narrow(fake.calls.back());
 }
 
 TEST(CommandLine, QuotesAndArgumentFilesMakeTheArguments) {
@@ -217,14 +252,27 @@ TEST(CommandLine, QuotesAndArgumentFilesMakeTheArguments) {
       arguments.push_back(CallText(parsed.GetArgument(i)));
     EXPECT_EQ(arguments, expected) << Narrow(text);
   }
+  // Twelve files that each name the next one twice would be read 8,191 times:
+  // the reads are bounded and end with the same error as the depth.
+  for (int i = 0; i < 12; ++i) {
+    std::wstring next = L"@fan" + std::to_wstring(i + 1) + L".txt ";
+    fake.files[L"fan" + std::to_wstring(i) + L".txt"] = next + next;
+  }
+  fake.files[L"fan12.txt"] = L"x";
+  fake.calls.clear();
+  std::wstring raised = Raised([] { CCommandLineArguments().Parse(L"@fan0.txt"); });
+  EXPECT_EQ(raised.rfind(L"check:ERR_ARGUMENT_FILES_TOO_DEEP:fan", 0), 0u) << Narrow(raised);
+  EXPECT_EQ(fake.calls.size(), size_t(CCommandLineArguments::MaxArgumentFileReads));
 }
 
-// AutoStart in the 32-bit view of both roots, under keys of this test
+// AutoStart in the product's view of both roots (the 32-bit registry for a
+// 32-bit build, the native one for a 64-bit build), under keys of this test
 // process that go afterwards.
 TEST(AutoStart, CurrentUserThenMachineThenTheSwitch) {
-  const wchar_t *noKey = nullptr, *noValue = L"", *number = L"<a number>";
+  using namespace std::string_literals;
+  const std::wstring noKey = L"<no key>", noValue = L"", number = L"<a number>";
   // The user's and the machine's value, the switch given, and the answer.
-  const std::tuple<const wchar_t*, const wchar_t*, bool, bool> rows[] = {
+  const std::tuple<std::wstring, std::wstring, bool, bool> rows[] = {
       // clang-format off
       {L"false",    L"true",   true,  false},  // the user's false beats everything
       {noKey,       L"True",   false, true},
@@ -233,30 +281,33 @@ TEST(AutoStart, CurrentUserThenMachineThenTheSwitch) {
       {noKey,       noKey,     false, false},
       {number,      noKey,     false, false},
       {L"falsetto", L" true",  true,  true},
+      {L"false\0\0"s, L"true", true,  false},  // padded behind the text: 16 bytes
+      {L"FALSE\0\0\0\0"s, noKey, true, false},  // and 20
       // clang-format on
   };
+  const REGSAM view = Tsl::CRegistryKey::GetViewAccessFlag(Tsl::RV_32);
   const std::wstring sandbox = L"Software\\MirdalTest-" + std::to_wstring(GetCurrentProcessId());
   const HKEY roots[] = {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE};
   for (size_t i = 0; i < std::size(rows); ++i) {
     std::wstring key = sandbox + L"\\" + std::to_wstring(i);
-    const wchar_t* texts[] = {std::get<0>(rows[i]), std::get<1>(rows[i])};
+    const std::wstring texts[] = {std::get<0>(rows[i]), std::get<1>(rows[i])};
     for (int r = 0; r < 2; ++r) {
       HKEY handle;
-      const wchar_t* text = texts[r];
-      if (text == noKey || RegCreateKeyExW(roots[r], key.c_str(), 0, 0, 0,
-                                           KEY_ALL_ACCESS | KEY_WOW64_32KEY, 0, &handle, 0))
+      const std::wstring& text = texts[r];
+      if (text == noKey ||
+          RegCreateKeyExW(roots[r], key.c_str(), 0, 0, 0, KEY_ALL_ACCESS | view, 0, &handle, 0))
         continue;
       DWORD one = 1;
-      if (*text)
+      if (!text.empty())
         RegSetValueExW(handle, L"AutoStart", 0, text == number ? REG_DWORD : REG_SZ,
-                       text == number ? (const BYTE*)&one : (const BYTE*)text,
-                       text == number ? 4 : DWORD(wcslen(text) * 2 + 2));
+                       text == number ? (const BYTE*)&one : (const BYTE*)text.c_str(),
+                       text == number ? 4 : DWORD(text.size() * 2 + 2));
       RegCloseKey(handle);
     }
     CCommandLineArguments arguments;
     arguments.Parse(std::get<2>(rows[i]) ? L"/STARTUP /mirdal" : L"/STARTUP");
     EXPECT_EQ(ReadAutoStartFlag(arguments, L"Mirdal", key.c_str()), std::get<3>(rows[i])) << i;
-    for (HKEY root : roots) RegDeleteKeyExW(root, key.c_str(), KEY_WOW64_32KEY, 0);
+    for (HKEY root : roots) RegDeleteKeyExW(root, key.c_str(), view, 0);
   }
-  for (HKEY root : roots) RegDeleteKeyExW(root, sandbox.c_str(), KEY_WOW64_32KEY, 0);
+  for (HKEY root : roots) RegDeleteKeyExW(root, sandbox.c_str(), view, 0);
 }

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -120,6 +122,9 @@ TEST(MessageText, DefaultTextOrTheNameWithEachParameterAfterABlank) {
   CUnicodeString assertion[] = {L"x", L"why", L"unit", L"42"};
   EXPECT_EQ(L"Internal Program Error:\nAssertion failed: ( x )\nunit, 42.\n( why ).",
             W(GetMessageOrDefault(L"MSG_ASSERT", assertion, 4)));
+  // A check failure shows all three of its parameters, empty ones too.
+  EXPECT_EQ(L"ERR_NOT_IN_ANY_TABLE  two ",
+            W(CCheckException(L"ERR_NOT_IN_ANY_TABLE", L"", L"two", L"").GetMessageText()));
 }
 
 // ---------------------------------------------------------------------------
@@ -195,7 +200,7 @@ TEST(ShowAndReturn, ExceptionsDisabledOrNoThrowShowTheMessageAndReturn) {
         {L"Internal Program Error:\nPresumption failed: ( h )\ndll, 7.\n(  ).\nError code: 0x5 - " +
              W(GetLastErrorText(ERROR_ACCESS_DENIED)),
          0x1010},
-        {L"ERR_BAD_ARCHIVE a.bin", 0x1010},
+        {L"ERR_BAD_ARCHIVE a.bin  ", 0x1010},
         {L"Internal Program Error:\nAssertion failed: (  )\ntessels, 321.\n(  ).", 0x1010}};
     EXPECT_EQ(expected, bound.services.shown);
     EXPECT_FALSE(GetThreadErrorState().inError || GetThreadErrorState().showingError);
@@ -204,6 +209,20 @@ TEST(ShowAndReturn, ExceptionsDisabledOrNoThrowShowTheMessageAndReturn) {
 
 // ---------------------------------------------------------------------------
 // Failures that end the process
+
+// A box that prints what it shows, for the parent of a child process to read.
+struct PrintingBox : CRecordingServices {
+  int ShowMessage(const CUnicodeString& text, uint32_t flags) override {
+    printf("box [%s] %x\n", Narrow(W(text)).c_str(), flags);
+    fflush(stdout);
+    return IDOK;
+  }
+};
+
+std::string WithoutCarriageReturns(std::string text) {
+  text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+  return text;
+}
 
 // A box whose showing itself fails an assertion, as a broken handler would.
 struct AssertingBox : CRecordingServices {
@@ -227,8 +246,7 @@ MIRDAL_CHILD_ROLE(AssertInsideFatalBox) {
 
 TEST(DoubleError, AssertionInsideFatalMessageEndsTheProcess) {
   TestSupport::ChildResult child = TestSupport::RunChild("AssertInsideFatalBox");
-  child.output.erase(std::remove(child.output.begin(), child.output.end(), '\r'),
-                     child.output.end());
+  child.output = WithoutCarriageReturns(child.output);
   EXPECT_EQ(3u, child.exitCode);  // the runtime's abort
   EXPECT_NE(npos, child.output.find("box [Double internal error!\nApplication terminated.] 1010"))
       << child.output;
@@ -253,6 +271,70 @@ TEST(MemoryPool, The65thLiveOneEndsTheProcess) {
   EXPECT_NE(0u, child.exitCode);
   EXPECT_NE(npos, child.output.find("64 taken: Not enough memory!")) << child.output;
   EXPECT_EQ(npos, child.output.find("65 taken")) << child.output;
+}
+
+}  // namespace
+
+namespace {
+
+// Deletes a pooled memory exception a second time ("twice"), or an address
+// outside the pool, and tells whether the delete came back.
+MIRDAL_CHILD_ROLE(MisdeleteMemoryException) {
+  static PrintingBox box;
+  BindFoundationServices(&box);
+  CMemoryException* taken = Caught<CMemoryException>(GenerateMemoryError).release();
+  delete taken;
+  static CMemoryException* outside = nullptr;
+  CMemoryException::operator delete(wcscmp(argv[2], L"twice") == 0 ? static_cast<void*>(taken)
+                                                                    : &outside);
+  printf("returned\n");
+  return 0;
+}
+
+// A delete cannot throw: the misuse is shown as an internal error of its own
+// line and the program goes on.
+TEST(MemoryPool, AMisplacedDeleteIsShownAndReturns) {
+  const std::pair<const wchar_t*, const char*> rows[] = {{L"twice", "errors, 121."},
+                                                         {L"foreign", "errors, 122."}};
+  for (const auto& [how, where] : rows) {
+    TestSupport::ChildResult child = TestSupport::RunChild("MisdeleteMemoryException", how);
+    std::string output = WithoutCarriageReturns(child.output);
+    EXPECT_EQ(0u, child.exitCode) << where << ": " << output;
+    EXPECT_NE(npos, output.find(std::string("Assertion failed: (  )\n") + where + "\n(  ).] 1010"))
+        << output;
+    EXPECT_NE(npos, output.find("returned")) << output;
+  }
+}
+
+// Busy blocks of the C runtime's heap, from which the compiler's emulated
+// thread-local storage takes a thread's copy on first touch.
+size_t RuntimeHeapBlocks() {
+  HANDLE heap = reinterpret_cast<HANDLE>(_get_heap_handle());
+  size_t busy = 0;
+  HeapLock(heap);
+  PROCESS_HEAP_ENTRY entry = {};
+  while (HeapWalk(heap, &entry))
+    if (entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) ++busy;
+  HeapUnlock(heap);
+  return busy;
+}
+
+// Out of memory may be the first failure a thread ever has: its route reaches
+// the thread's error state without asking any heap for it.
+TEST(MemoryPool, AThreadsFirstMemoryErrorTakesNoMemory) {
+  std::thread([] {
+    // The C++ runtime makes its own per-thread record at a thread's first
+    // throw; that is not the foundation's, so one throw goes first.
+    try {
+      throw 0;
+    } catch (int) {
+    }
+    size_t before = RuntimeHeapBlocks();
+    EXPECT_TRUE(Caught<CMemoryException>(GenerateMemoryError));
+    EXPECT_EQ(before, RuntimeHeapBlocks());
+    EXPECT_TRUE(GetThreadErrorState().inError);
+  }).join();
+  EXPECT_FALSE(GetThreadErrorState().inError);
 }
 
 }  // namespace

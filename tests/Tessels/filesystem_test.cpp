@@ -151,6 +151,15 @@ TEST(Paths, NormalizeTruePathAndListingOnDisk) {
   CUnicodeString path = U(L"  C:\\" + std::wstring(400, L'x') + L"\\.\\..\\y  ");
   NormalizePath(path);
   EXPECT_EQ("C:\\y", N(path));
+  // A zero inside the text is a bad path, whatever error a call before left.
+  for (DWORD stale : {DWORD(0), DWORD(ERROR_ALREADY_EXISTS)}) {
+    for (const std::wstring& text : {std::wstring(L"C:\\a\0b", 6), std::wstring(L"\0x", 2)}) {
+      CUnicodeString withZero(text.c_str(), int32_t(text.size()));
+      SetLastError(stale);
+      EXPECT_EQ(FE_BadPath, FileErrorKind([&] { NormalizePath(withZero); }))
+          << text.size() << " units, last error " << stale;
+    }
+  }
 
   ScratchFolder scratch;
   ASSERT_TRUE(CreateDirectoryW((scratch / L"MixedCase").c_str(), nullptr));

@@ -137,6 +137,24 @@ TEST(IniFileEncodings, EveryEncodingIsReadAndSavedAsSortedUtf16) {
   }
 }
 
+// Absolute is a drive with a separator or two separators, as written; all
+// else is a name below the program's folder.
+TEST(IniFilePaths, OnlyADriveWithASeparatorOrTwoSeparatorsAtTheStartAreAbsolute) {
+  // clang-format off
+  const struct { const wchar_t *path, *absolute; } cases[] = {
+      {L"C:\\a\\..\\x.ini ", L"C:\\x.ini"}, {L"\\\\srv\\share\\x.ini", L"\\\\srv\\share\\x.ini"},
+      {L" C:\\x.ini", nullptr}, {L"C:x.ini", nullptr}, {L"\\x.ini", nullptr},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    CUnicodeString relative(c.path);
+    relative.Trim();
+    CUnicodeString expected = c.absolute ? CUnicodeString(c.absolute)
+                                         : ConcatPath(GetExecutableFolder(), relative);
+    EXPECT_EQ(W(CIniFile(c.path).GetFileName()), W(expected)) << Narrow(c.path);
+  }
+}
+
 TEST(IniFileSaving, SaveReloadIsByteExactAndOnlyChangesAreSaved) {
   ScratchFolder folder;
   std::wstring path = folder / L"round.ini";
@@ -164,6 +182,15 @@ TEST(IniFileSaving, SaveReloadIsByteExactAndOnlyChangesAreSaved) {
     ini.SetValue(L"DEBUG", L"LOG", L"off");
   }
   EXPECT_EQ(ReadAll(fresh), Utf16WithMark(L"top=1\r\n\r\n[Debug]\r\nLOG=off\r\n\r\n"));
+
+  // Saving a file that was never read and isn't there raises what reading it
+  // raises, and makes no file.
+  std::wstring absent = folder / L"absent.ini";
+  auto e = Catch([&] { CIniFile(absent.c_str()).Save(); });
+  auto* fileError = dynamic_cast<CFileException*>(e.get());
+  ASSERT_NE(fileError, nullptr);
+  EXPECT_EQ(fileError->kind, FE_NotFound);
+  EXPECT_EQ(GetFileAttributesW(absent.c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
 // Random files checked against the model: lookups, key counts, error line

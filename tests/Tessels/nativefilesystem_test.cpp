@@ -85,6 +85,7 @@ TEST(NativeFileSystem, EnumerateCollectAndDeleteATree) {
     std::vector<std::string> names;
   } rows[] = {
       {L"*.txt", CF_Files | CF_HiddenAndSystem, {"a.txt", "hidden.txt"}},
+      {L"*.txt; *.log;", CF_Files, {"a.txt"}},  // the blank belongs to the second mask
       {L"*.txt", CF_Files | CF_Recursive, {"a.txt", "c.txt", "d.txt", "e.txt"}},
       {L"*", CF_Directories | CF_Recursive, {"deep/", "skip/", "sub/"}},
   };
