@@ -5,6 +5,8 @@
 #include <new>
 
 #include "errors.h"
+#include "filesystem.h"
+#include "tessels.h"
 
 namespace Tsl {
 
@@ -63,5 +65,21 @@ const CUnicodeString* GetDefaultMessageText(const wchar_t* messageName) {
 const CUnicodeString& NotEnoughMemoryText() { return Texts().notEnoughMemory; }
 const CUnicodeString& DoubleInternalErrorText() { return Texts().doubleError; }
 const CUnicodeString& UnhandledInternalErrorText() { return Texts().unhandled; }
+
+}  // namespace Tsl
+
+namespace Tsl {
+
+// The module is looked up once, by an address inside the library: the
+// library may be linked into a program or a library, and its folder is that
+// module's folder either way.
+CUnicodeString GetModuleFolder() {
+  static HMODULE module = nullptr;
+  if (module == nullptr)
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                         reinterpret_cast<LPCWSTR>(&GetModuleFolder), &module);
+  TSL_ASSERT(module != nullptr, L"tesselstatic", 46);
+  return GetDriveAndDirectory(GetModuleFilePath(module));
+}
 
 }  // namespace Tsl
