@@ -6,6 +6,7 @@
 #include <new>
 
 #include "Unsup/TesselExt.h"
+#include "alloc.h"
 #include "basefile.h"
 #include "errors.h"
 #include "filesystem.h"
@@ -201,6 +202,9 @@ bool IsLogEnabled() {
 void WriteLog(const CUnicodeString& text) {
   CLogState& state = State();
   Tsl::CScopedLock hold(state.lock);
+  // The open file and its strings outlive the caller's scope and thread:
+  // they never come from a heap that the caller may destroy.
+  Tsl::CRuntimeHeapSwitch onRuntimeHeap;
   try {
     state.file.WriteEntry(text);
   } catch (Tsl::CException* failure) {
@@ -213,6 +217,7 @@ void WriteLog(const CUnicodeString& text) {
 void SetLogDirectory(const CUnicodeString& path) {
   CLogState& state = State();
   Tsl::CScopedLock hold(state.lock);
+  Tsl::CRuntimeHeapSwitch onRuntimeHeap;
   state.file.directory = path;
 }
 
