@@ -43,7 +43,7 @@ TEST_F(ProductServices, ArgumentFilesAreReadFromDiskWithNestingAndMissingFiles) 
 
 TEST_F(ProductServices, RowsNotYetBuiltAreTheUnboundServiceError) {
   try {
-    AgentServices().WriteLog(L"nobody writes this");
+    AgentServices().GetTooltip();
     FAIL() << "an unbuilt service pretended to work";
   } catch (Tsl::CInternalError* failure) {
     EXPECT_EQ(std::make_pair(std::wstring(L"MirdalAgent"), 1300),
