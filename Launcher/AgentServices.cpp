@@ -10,6 +10,7 @@
 #include "basefile.h"
 #include "errors.h"
 #include "filesystem.h"
+#include "resourceinfo.h"
 #include "setup.h"
 #include "tessels.h"
 
@@ -80,6 +81,10 @@ class CProductAgentServices : public CUnboundAgentServices {
     return Tsl::ReadTextFile(fileName);
   }
   uint32_t GetInterfaceLanguage() override { return ::GetInterfaceLanguage(); }
+  uint32_t ChooseShownLanguage(uint32_t preferred, uint32_t fallback) override {
+    return ::ChooseShownLanguage(preferred, fallback);
+  }
+  void SetCurrentLanguage(uint32_t language) override { Tsl::SetCurrentLanguage(int32_t(language)); }
   void SetLogDirectory(const CUnicodeString& path) override { ::SetLogDirectory(path); }
   void WriteLog(const wchar_t* text) override { ::WriteLog(text); }
   const wchar_t* GetProductRegistryKey() override { return ::GetProductRegistryKey(); }

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include "errors.h"
+#include "resourceinfo.h"
 
 const wchar_t SharedFilesIniName[] = L"SharedFiles.ini";
 const wchar_t ArchiveDumpIniName[] = L"archiveDump.ini";
@@ -41,3 +42,24 @@ uint32_t ReadInterfaceLanguage(const wchar_t* keyPath) {
 }
 
 uint32_t GetInterfaceLanguage() { return ReadInterfaceLanguage(ProductKeyPath); }
+
+namespace {
+// A language that a resource module of every prefix covers and that the
+// system can show. The module is asked first: the system's check is only
+// defined for numbers of the language table.
+bool CanShow(uint32_t language) {
+  return Tsl::FindLanguageIndex(int32_t(language)) >= 0 && Tsl::IsLanguageValid(int32_t(language));
+}
+}  // namespace
+
+uint32_t ChooseShownLanguage(uint32_t preferred, uint32_t fallback) {
+  if (CanShow(preferred)) return preferred;
+  if (CanShow(fallback)) return fallback;
+  int32_t count = Tsl::GetLanguageCount();
+  for (int32_t i = 0; i < count; ++i) {
+    int32_t language = Tsl::GetLanguageByIndex(i);
+    if (Tsl::IsLanguageValid(language)) return uint32_t(language);
+  }
+  TSL_INTERNAL_ERROR(Unit, 27);
+  return 0;
+}

@@ -15,6 +15,7 @@
 #include "errors.h"
 #include "filesystem.h"
 #include "nativefilesystem.h"
+#include "resourceinfo.h"
 #include "services.h"
 #include "setup.h"
 #include "tsltime.h"
@@ -162,7 +163,7 @@ void StartLibrary(const wchar_t* userKey, const wchar_t* machineKey) {
   state.userSettingsKey = SettingsKeyOf(userKey);
   state.machineSettingsKey = SettingsKeyOf(machineKey);
   WriteTesselLog(L"Tessel: Registry paths initialized.");
-  // The resource base comes up here.
+  InitResourceBase();
   WriteTesselLog(L"Tessel: Resource base initialized.");
   LoadTempFolderSetting();
 
@@ -256,7 +257,7 @@ void DoneTessels() {
   }
   RestoreHandlers(state);
   SetLibraryState(LS_Terminated);
-  // The resource base goes down here.
+  DoneResourceBase();
   WriteTesselLog(L"Tessel: Resource base deinitialized.");
   WriteTesselLog(L"Tessel: Deinitialization complete.");
 }
@@ -311,11 +312,12 @@ void RegisterResourceModule(const CUnicodeString& path) {
     TSL_INTERNAL_ERROR(Unit, 371);
     return;
   }
-  // The module is registered with the resource base here.
+  // Kind 0: a static module that the resource base frees at its end.
+  RegisterStaticModule(module, 0);
 }
 
-void RegisterResourcePrefix(const CUnicodeString&, const CUnicodeString&) {
-  // The prefix is registered with the resource base here.
+void RegisterResourcePrefix(const CUnicodeString& folder, const CUnicodeString& prefix) {
+  AddResourcePrefix(folder, prefix);
 }
 
 bool IsWow64() {
