@@ -5,9 +5,12 @@
 
 #include "LauncherOptions.h"
 #include "MdMessages.h"
+#include "MdTools/Log.h"
+#include "Unsup/TesselExt.h"
 #include "basefile.h"
 #include "errors.h"
 #include "filesystem.h"
+#include "resourceinfo.h"
 #include "setup.h"
 #include "tessels.h"
 
@@ -56,13 +59,20 @@ class CUnboundAgentServices : public IAgentServices {
   static void Fail() { TSL_INTERNAL_ERROR(Unit, UnboundServiceLine); }
 };
 
-// The rows the agent can serve today. The library's start and end, the
-// language, the agent log, launching and the tray window are not part of
-// this build yet: those rows stay with the stand-in, so a call of one is the
-// unbound-service error and never a silent pretence.
+// The rows the agent can serve today. Launching and the tray window are not
+// part of this build yet: those rows stay with the stand-in, so a call of one
+// is the unbound-service error and never a silent pretence.
 class CProductAgentServices : public CUnboundAgentServices {
  public:
-  CUnicodeString GetModuleFolder() override { return Tsl::GetExecutableFolder(); }
+  void RegisterResourceModule(const CUnicodeString& path) override { Tsl::RegisterResourceModule(path); }
+  void RegisterResourcePrefix(const CUnicodeString& folder, const wchar_t* prefix) override {
+    Tsl::RegisterResourcePrefix(folder, prefix);
+  }
+  bool InitTessels(const wchar_t* userKey, const wchar_t* machineKey) override {
+    return Tsl::InitTessels(userKey, machineKey);
+  }
+  void DoneTessels() override { Tsl::DoneTessels(); }
+  CUnicodeString GetModuleFolder() override { return Tsl::GetModuleFolder(); }
   CUnicodeString GetTempFolder() override { return Tsl::GetTempFolder(); }
   void DebugOutput(const CUnicodeString& text) override {
     if (!Tsl::IsDebugFlagSet(Tsl::DF_QuietDebugTrace)) OutputDebugStringW(text.Text());
@@ -70,6 +80,13 @@ class CProductAgentServices : public CUnboundAgentServices {
   CUnicodeString ReadTextFile(const CUnicodeString& fileName) override {
     return Tsl::ReadTextFile(fileName);
   }
+  uint32_t GetInterfaceLanguage() override { return ::GetInterfaceLanguage(); }
+  uint32_t ChooseShownLanguage(uint32_t preferred, uint32_t fallback) override {
+    return ::ChooseShownLanguage(preferred, fallback);
+  }
+  void SetCurrentLanguage(uint32_t language) override { Tsl::SetCurrentLanguage(int32_t(language)); }
+  void SetLogDirectory(const CUnicodeString& path) override { ::SetLogDirectory(path); }
+  void WriteLog(const wchar_t* text) override { ::WriteLog(text); }
   const wchar_t* GetProductRegistryKey() override { return ::GetProductRegistryKey(); }
   const wchar_t* GetDrillixRegistryKey() override { return ::GetDrillixRegistryKey(); }
   bool LoadLauncherOptions() override {

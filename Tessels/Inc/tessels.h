@@ -105,4 +105,44 @@ void TerminateModules();
 int32_t GetModuleCount();
 bool GetModuleRecord(int32_t index, CModuleRecord& record);
 
+// The flags as they stand below `keyPath` of HKEY_CURRENT_USER, starting
+// from the defaults: a missing, empty or non-text value keeps a flag's
+// default, a boolean word sets or clears it, and any other text clears it.
+// The start reads "Software\Tavix\Tessels".
+uint32_t ReadDebugFlags(const wchar_t* keyPath);
+
+// The library's start: debug flags, handlers, paths, registry roots (either
+// key may be null: "Software\Tavix\" and the program's name), resource
+// base, modules. Starts nest: only the first acts, a later one initialises
+// modules loaded since. True while the library runs; false when a module's
+// initialisation failed (reported once) or the library cannot run.
+bool InitTessels(const wchar_t* userKey, const wchar_t* machineKey);
+// The end of the last matching start: message files, modules, temporary
+// files, file systems, handlers, resource base. Does nothing unless running.
+void DoneTessels();
+// Starts not yet matched by an end.
+int32_t GetInitCount();
+
+// A line of TesselLog.txt beside the library, while the machine-wide
+// WriteMessageLog setting is on (read at every line). A file error passes.
+void WriteTesselLog(const CUnicodeString& text);
+// A printf-style line to the debugger, unless DF_QuietDebugTrace is set.
+void DebugTrace(const wchar_t* format, ...);
+
+// The resource library at `path`, loaded and registered before the start;
+// a library that cannot be loaded is ERR_CANT_LOAD_DLL with the path and the
+// system's text.
+void RegisterResourceModule(const CUnicodeString& path);
+// Resource libraries `prefix`N.dll in `folder`, one per language.
+void RegisterResourcePrefix(const CUnicodeString& folder, const CUnicodeString& prefix);
+
+// Cached answers about the system.
+bool IsWow64();
+bool IsWindowsXpOrLater();
+bool IsVistaOrLater();
+
+// Folder of the module that holds the library (the program itself, as the
+// library is linked in), with a trailing separator.
+CUnicodeString GetModuleFolder();
+
 }  // namespace Tsl

@@ -1,12 +1,14 @@
 // The foundation's state that must exist before main and until the very end:
 // the default texts of the messages that work without resources, the fixed
 // texts of out-of-memory and double errors (made once, before main, so that
-// showing them later allocates nothing), the library state and the module table.
+// showing them later allocates nothing), the library state, the module table
+// and the library's own folder.
 #include <new>
 
 #include "array.h"
 #include "classregistry.h"
 #include "errors.h"
+#include "filesystem.h"
 #include "services.h"
 #include "tessels.h"
 
@@ -225,6 +227,22 @@ bool GetModuleRecord(int32_t index, CModuleRecord& record) {
   if (index < 0 || index >= Modules().GetSize()) return false;
   record = Modules()[index];
   return true;
+}
+
+}  // namespace Tsl
+
+namespace Tsl {
+
+// The module is looked up once, by an address inside the library: the
+// library may be linked into a program or a library, and its folder is that
+// module's folder either way.
+CUnicodeString GetModuleFolder() {
+  static HMODULE module = nullptr;
+  if (module == nullptr)
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                         reinterpret_cast<LPCWSTR>(&GetModuleFolder), &module);
+  TSL_ASSERT(module != nullptr, L"tesselstatic", 46);
+  return GetDriveAndDirectory(GetModuleFilePath(module));
 }
 
 }  // namespace Tsl

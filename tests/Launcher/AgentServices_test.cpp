@@ -1,14 +1,20 @@
-// The product's own service binding: argument files are read from disk, and a
-// row whose implementation is not built is the unbound-service error.
+// The product's own service binding: argument files are read from disk, a row
+// whose implementation is not built is the unbound-service error, and the
+// entry's first six steps run for real against the real resource libraries.
 #include "AgentServices.h"
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
+#include "ChildCopy.h"
 #include "MirdalAgent.h"
 #include "ProductMarks.h"
 #include "TestSupport.h"
 #include "errors.h"
 #include "registrykey.h"
+#include "resourceinfo.h"
 
 namespace {
 
@@ -65,12 +71,95 @@ TEST_F(ProductServices, StartupAutoStartIsTheMachinesGeneralSettingWithDefaultFa
 
 TEST_F(ProductServices, RowsNotYetBuiltAreTheUnboundServiceError) {
   try {
-    AgentServices().WriteLog(L"nobody writes this");
+    AgentServices().GetTooltip();
     FAIL() << "an unbuilt service pretended to work";
   } catch (Tsl::CInternalError* failure) {
     EXPECT_EQ(std::make_pair(std::wstring(L"MirdalAgent"), 1300),
               std::make_pair(std::wstring(failure->file), int(failure->line)));
     delete failure;
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// Stops the road at the application's start, after the language was set:
+// what the first six steps left behind is recorded, and the start refused.
+class CEntryProbeApp : public CMirdalLauncherApp {
+ public:
+  int32_t language = -2;
+  bool InitInstance() override {
+    language = Tsl::GetCurrentLanguage();
+    AgentServices().WriteLog(L"entry probe after the language");
+    return false;
+  }
+};
+
+// Runs the agent's road with the product's services from a folder that
+// holds the real resource libraries. Exit code 100 + the shown language.
+MIRDAL_CHILD_ROLE(EntryStepsOneToSix) {
+  BindAgentServices(&GetProductAgentServices());
+  static CEntryProbeApp app;
+  int exitCode = AgentMain(app, GetModuleHandleW(nullptr), L"", L"EntryProbe.exe");
+  return exitCode == -1 ? 100 + app.language : 1;
+}
+
+// The files of the agent log under MdLogs that a program named `program` wrote.
+std::vector<std::wstring> AgentLogsOf(const std::wstring& program) {
+  wchar_t temp[MAX_PATH + 1];
+  GetTempPathW(MAX_PATH + 1, temp);
+  std::wstring folder = std::wstring(temp) + L"MdLogs\\";
+  std::vector<std::wstring> logs;
+  WIN32_FIND_DATAW found;
+  HANDLE search = FindFirstFileW((folder + program + L"_0x*.log").c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return logs;
+  do logs.push_back(folder + found.cFileName);
+  while (FindNextFileW(search, &found));
+  FindClose(search);
+  return logs;
+}
+
+std::string ReadBytes(const std::wstring& path) {
+  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, 0, nullptr);
+  std::string bytes;
+  char buffer[4096];
+  DWORD read = 0;
+  while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) bytes.append(buffer, read);
+  CloseHandle(file);
+  return bytes;
+}
+
+TEST(AgentEntry, FirstSixStepsChooseTheStoredLanguageAndLogBelowTheTemporaryFolder) {
+  const wchar_t* resourceFiles[] = {L"MirdalRes.dll", L"Mirdal0.dll", L"Mirdal1.dll", L"Mirdal2.dll"};
+  struct Row {
+    const wchar_t* stored;  // InterfaceLanguage of the user
+    DWORD shown;
+  } rows[] = {{L"2", 2}, {L"1", 1}, {L"1049", 0}};
+  // The product's key is shared with every test program that uses it.
+  TestSupport::CrossProcessLock productKey(L"MirdalTest.ProductKey");
+  const wchar_t* key = L"SOFTWARE\\Tavix\\Mirdal\\16";
+  for (const Row& row : rows) {
+    TestSupport::ScratchFolder folder;
+    for (const wchar_t* file : resourceFiles)
+      ASSERT_TRUE(CopyFileW((std::wstring(MIRDAL_PROGRAM_DIR) + file).c_str(), (folder / file).c_str(), FALSE))
+          << TestSupport::Narrow(file);
+    ASSERT_TRUE(TestSupport::WriteBytes(folder / L"SharedFiles.ini", "[Debug]\r\nLog=1\r\n"));
+    ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueW(HKEY_CURRENT_USER, key, L"InterfaceLanguage", REG_SZ, row.stored,
+                                             DWORD((wcslen(row.stored) + 1) * 2)));
+    std::wstring program = L"EntryProbe" + std::to_wstring(GetCurrentProcessId());
+    DWORD exitCode = TestSupport::RunChildCopy(folder.Path(), program + L".exe", "EntryStepsOneToSix");
+    RegDeleteKeyValueW(HKEY_CURRENT_USER, key, L"InterfaceLanguage");
+    EXPECT_EQ(100 + row.shown, exitCode) << "stored " << TestSupport::Narrow(row.stored);
+
+    std::vector<std::wstring> logs = AgentLogsOf(program);
+    ASSERT_EQ(1u, logs.size()) << "stored " << TestSupport::Narrow(row.stored);
+    std::string bytes = ReadBytes(logs[0]);
+    std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
+    EXPECT_EQ(L'\xFEFF', text[0]);
+    EXPECT_NE(std::wstring::npos, text.find(L" : entry probe after the language\r\n"));
+    DeleteFileW(logs[0].c_str());
   }
 }
 
