@@ -99,7 +99,7 @@ class CVirtualView : public CListNode<CVirtualView>, public CAllocatedOn<Runtime
 class CVirtualFile : public CBaseFile, public CAllocatedOn<RuntimeHeap> {
  public:
   // The ten most recently used views stay mapped.
-  static const int32_t MaximumViews = 10;
+  static constexpr int32_t MaximumViews = 10;
 
   CVirtualFile(CVirtualFileData* data, uint32_t access, uint32_t share);
   ~CVirtualFile() override;
