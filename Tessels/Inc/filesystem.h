@@ -149,8 +149,8 @@ const CUnicodeString& GetVirtualRootPath();
 // True when `path` starts with the whole virtual root, last separator
 // included (compared without regard to case). No normalising takes place.
 bool IsVirtualPath(const CUnicodeString& path);
-// The file system that owns `path`. A virtual path while the in-memory file
-// system is not there is an internal error.
+// The file system that owns `path`. A virtual path after the in-memory file
+// system's end raises a bad-path file error.
 CFileSystemBase* GetFileSystem(const CUnicodeString& path);
 // Registration of the two file systems by their static objects. Registering
 // the native one twice is an internal error; the virtual one may be unset
@@ -265,7 +265,8 @@ void RegisterTempDirectory(const CUnicodeString& path);
 void ClearTempFiles();
 
 // At the library's end, after ClearTempFiles: empties the special-folder
-// table and clears the in-memory file system.
+// table and clears the in-memory file system (closing the virtual files
+// left open).
 void TerminateFileSystems();
 
 }  // namespace Tsl

@@ -13,6 +13,7 @@
 #include "hashtable.h"
 #include "nativefilesystem.h"
 #include "tessels.h"
+#include "virtualfilesystem.h"
 
 namespace Tsl {
 
@@ -102,10 +103,8 @@ bool IsVirtualPath(const CUnicodeString& path) {
 
 CFileSystemBase* GetFileSystem(const CUnicodeString& path) {
   if (IsVirtualPath(path)) {
-    // A virtual path while no in-memory file system is registered: this
-    // internal error names it, and the file error below backs it where
-    // failures return instead of throwing.
-    TSL_ASSERT(virtualFileSystem != nullptr, L"filesystem", 108);
+    // The in-memory file system is there from before main to its static
+    // end; a virtual path after that end names nothing that exists.
     if (virtualFileSystem == nullptr) GenerateFileErrorOfKind(FE_BadPath, path);
     return virtualFileSystem;
   }
@@ -642,8 +641,7 @@ void ClearTempFiles() {
 void TerminateFileSystems() {
   TSL_ASSERT(nativeFileSystem != nullptr, L"filesystem", 629);
   ClearSpecialFolders();
-  // The in-memory file system is cleared here as well once it is part of
-  // the library; until then nothing is registered under the virtual root.
+  TerminateVirtualFileSystem();
 }
 
 }  // namespace Tsl
