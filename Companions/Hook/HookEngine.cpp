@@ -26,7 +26,7 @@ const wchar_t OwnerMutexName[] = L"Local\\Md16_HookOwner";
 // The hook thread's clock: hover is checked every tick, the watchdog every
 // WatchdogTicks ticks.
 const UINT TickMs = 50;
-const int WatchdogTicks = 5;
+const unsigned WatchdogTicks = 5;
 
 // Longest wait for the hook thread to come up or to end.
 const DWORD ThreadWaitMs = 5000;
@@ -242,13 +242,14 @@ DWORD WINAPI HookThread(void*) {
       return 1;
     }
   }
-  // Another engine hooks: this one is on standby and counts as in place.
+  // Hooked, or on standby behind the engine that hooks: either way the
+  // triggers are watched.
   AnnounceStart(true);
 
   CWatchdog watchdog;
   watchdog.Reset();
   UINT_PTR timer = ::SetTimer(nullptr, 0, TickMs, nullptr);
-  int tick = 0;
+  unsigned tick = 0;
   bool running = true;
   while (running) {
     DWORD result = ::MsgWaitForMultipleObjects(owning ? 0 : 1, &owner, FALSE, INFINITE, QS_ALLINPUT);
