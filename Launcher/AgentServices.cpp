@@ -5,6 +5,7 @@
 
 #include "LauncherOptions.h"
 #include "MdMessages.h"
+#include "MirdalLaunch.h"
 #include "basefile.h"
 #include "errors.h"
 #include "filesystem.h"
@@ -57,7 +58,7 @@ class CUnboundAgentServices : public IAgentServices {
 };
 
 // The rows the agent can serve today. The library's start and end, the
-// language, the agent log, launching and the tray window are not part of
+// language, the agent log and the tray window are not part of
 // this build yet: those rows stay with the stand-in, so a call of one is the
 // unbound-service error and never a silent pretence.
 class CProductAgentServices : public CUnboundAgentServices {
@@ -85,6 +86,12 @@ class CProductAgentServices : public CUnboundAgentServices {
     return startupAutoStart.Get();
   }
   HWND FindMirdalWindow(bool mainWindow) override { return ::FindMirdalWindow(mainWindow); }
+  HWND RunMirdal(HINSTANCE instance, const CUnicodeString& arguments) override {
+    return ::RunMirdal(instance, arguments);
+  }
+  bool RunDrillix(HINSTANCE instance, const CUnicodeString& arguments) override {
+    return ::RunDrillix(instance, arguments);
+  }
 };
 
 IAgentServices* boundServices = nullptr;
