@@ -30,9 +30,6 @@ const wchar_t Unit[] = L"MirdalAgent";
 typedef int (*RegisterHookFunction)();
 typedef void (*UnregisterHookFunction)();
 
-// The sibling is started with the 32-bit structure's size, as every start of
-// the agent does.
-const DWORD StartupInfoSize = 68;
 // Each window gets this long to answer the broadcast that wakes the hook
 // machinery of every program before the hook goes in.
 const UINT BroadcastTimeoutMs = 100;
@@ -108,7 +105,7 @@ CHookHost::~CHookHost() {
 bool CHookHost::StartAgent64() {
   STARTUPINFOW startup;
   memset(&startup, 0, sizeof startup);
-  startup.cb = StartupInfoSize;
+  startup.cb = sizeof startup;
   PROCESS_INFORMATION process;
   memset(&process, 0, sizeof process);
   if (!::CreateProcessW(agent64Path.Text(), nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr,

@@ -44,10 +44,10 @@ const int32_t CannotLaunchBufferSize = 772;
 // may come from the worker thread with no window of the agent in front.
 const UINT LaunchBoxStyle = MB_ICONHAND | MB_SYSTEMMODAL;
 
-// Size of the STARTUPINFOW the program's starts have always passed: the
-// 32-bit structure's size, kept in the 64-bit build too (the system accepts
-// it there as an older, shorter structure).
-const DWORD StartupInfoSize = 68;
+// The structure's own size: 68 bytes in the 32-bit build, more where its
+// handles and pointers are 64 bits wide.
+const DWORD StartupInfoSize = sizeof(STARTUPINFOW);
+static_assert(sizeof(void*) != 4 || sizeof(STARTUPINFOW) == 68, "the 32-bit STARTUPINFOW is 68 bytes");
 
 LaunchBoxFunction launchBox = nullptr;  // null: MessageBoxW
 uint32_t windowWaitMs = 60000;

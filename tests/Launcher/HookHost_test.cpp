@@ -158,12 +158,6 @@ TEST_F(HookHosting, OnWow64UnregisterReportsASiblingWindowThatIsGone) {
   EXPECT_EQ(nullptr, host.GetHookLibrary()) << "the hook goes all the same";
 }
 
-TEST_F(HookHosting, OffWow64TheSiblingIsNeitherNeededNorLookedFor) {
-  CHookHost host(ProbePath.c_str(), Missing().c_str());
-  EXPECT_TRUE(host.Register());
-  EXPECT_TRUE(host.Unregister());
-}
-
 TEST_F(HookHosting, TheHookExistsExactlyWhileATriggerIsOn) {
   bool CLauncherOptions::*triggers[] = {&CLauncherOptions::useCtrlCC, &CLauncherOptions::useCtrlInsIns,
                                         &CLauncherOptions::useMouseClick,

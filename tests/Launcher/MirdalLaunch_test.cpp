@@ -107,16 +107,6 @@ TEST_F(Launching, TrainerHasNoSetupValueAndFallsBackToTheModuleFolder) {
   EXPECT_STREQ(L"E:\\Trainer\\Drillix.exe", buffer);
 }
 
-TEST_F(Launching, KeyPathsLongerThanAPathAreRefused) {
-  wchar_t buffer[PathBufferSize] = {};
-  std::wstring tooLong = std::wstring(MirdalSetupKey) + L"\\" + std::wstring(260, L'k');
-  EXPECT_FALSE(ReadRegistryPath(buffer, PathCapacity, tooLong.c_str(), L"", HKEY_LOCAL_MACHINE));
-  setupPath.Set(L"C:\\Setup\\Mirdal.exe");
-  EXPECT_TRUE(ReadRegistryPath(buffer, PathCapacity, MirdalSetupKey, MirdalPathValueName,
-                               HKEY_LOCAL_MACHINE));
-  EXPECT_STREQ(L"C:\\Setup\\Mirdal.exe", buffer);
-}
-
 TEST_F(Launching, ProgramsThatCannotBeFoundOrStartedGetTheirBoxes) {
   EXPECT_EQ(nullptr, RunMirdal(nullptr, L"/External"));
   EXPECT_FALSE(RunDrillix(nullptr, L"/STARTUP"));
@@ -232,12 +222,6 @@ TEST_F(Launching, ReadinessWaitEndsOnReleaseOrAbandonmentAndTimesOutWhileHeld) {
   EXPECT_TRUE(WaitForMirdalInitialization()) << "after the agent's own unreleased hold";
 }
 
-TEST_F(Launching, WindowWaitGivesUpAtItsDeadline) {
-  SetLaunchWaitLimits(1500, 2);
-  EXPECT_EQ(nullptr, WaitForMirdalWindow());
-  EXPECT_FALSE(services.Logged(L"Waiting for mirdal initialization finish...."));
-}
-
 // A window of the test process under one of the main program's classes.
 HWND MakeMirdalWindow(const wchar_t* className) {
   WNDCLASSW windowClass = {};
@@ -264,16 +248,6 @@ TEST_F(Launching, FrontShowsAndRestoresOnlyWhenTheApplicationWindowExists) {
   EXPECT_FALSE(::IsIconic(main));
   ::DestroyWindow(main);
   ::DestroyWindow(application);
-}
-
-TEST_F(Launching, ForegroundRightNeedsAWindowOfAProcess) {
-  EXPECT_FALSE(AllowForeground(nullptr));
-  HWND window = MakeMirdalWindow(MirdalMainWindowClass);
-  DWORD processId = 0;
-  ::GetWindowThreadProcessId(window, &processId);
-  EXPECT_EQ(::GetCurrentProcessId(), processId);
-  ::DestroyWindow(window);
-  EXPECT_FALSE(AllowForeground(window)) << "a window that is gone";
 }
 
 }  // namespace
