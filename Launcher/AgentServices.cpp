@@ -6,6 +6,7 @@
 #include "LauncherOptions.h"
 #include "MdMessages.h"
 #include "MdTools/Log.h"
+#include "MirdalLaunch.h"
 #include "Unsup/TesselExt.h"
 #include "basefile.h"
 #include "errors.h"
@@ -59,9 +60,9 @@ class CUnboundAgentServices : public IAgentServices {
   static void Fail() { TSL_INTERNAL_ERROR(Unit, UnboundServiceLine); }
 };
 
-// The rows the agent can serve today. Launching and the tray window are not
-// part of this build yet: those rows stay with the stand-in, so a call of one
-// is the unbound-service error and never a silent pretence.
+// The rows the agent can serve today. The tray window is not part of this
+// build yet: its rows stay with the stand-in, so a call of one is the
+// unbound-service error and never a silent pretence.
 class CProductAgentServices : public CUnboundAgentServices {
  public:
   void RegisterResourceModule(const CUnicodeString& path) override { Tsl::RegisterResourceModule(path); }
@@ -102,6 +103,12 @@ class CProductAgentServices : public CUnboundAgentServices {
     return startupAutoStart.Get();
   }
   HWND FindMirdalWindow(bool mainWindow) override { return ::FindMirdalWindow(mainWindow); }
+  HWND RunMirdal(HINSTANCE instance, const CUnicodeString& arguments) override {
+    return ::RunMirdal(instance, arguments);
+  }
+  bool RunDrillix(HINSTANCE instance, const CUnicodeString& arguments) override {
+    return ::RunDrillix(instance, arguments);
+  }
 };
 
 IAgentServices* boundServices = nullptr;
