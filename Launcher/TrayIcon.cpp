@@ -21,7 +21,6 @@ const wchar_t Unit[] = L"TrayIcon";
 [[maybe_unused]] const wchar_t TrayNotifyClassName[] = L"TrayNotifyWnd";
 
 const UINT FlagMessage = 1, FlagIcon = 2, FlagTip = 4, FlagState = 8, FlagInfo = 16;
-const UINT MenuResourceType = 4;
 
 // The structure is sent without its last field (the balloon icon), which the
 // product never sets: every shell from the oldest the product supports on
@@ -160,7 +159,7 @@ namespace {
 // holds it (the language's first); null for an empty name.
 HMENU LoadSubMenu(const wchar_t* name) {
   if (name == nullptr || name[0] == L'\0') return nullptr;
-  HMODULE module = Tsl::FindResourceModule(name, MenuResourceType);
+  HMODULE module = Tsl::FindResourceModule(name, RT_MENU);
   TSL_ASSERT(module != nullptr, Unit, 32);
   HMENU menu = module != nullptr ? ::LoadMenuW(module, name) : nullptr;
   HMENU subMenu = menu != nullptr ? ::GetSubMenu(menu, 0) : nullptr;
