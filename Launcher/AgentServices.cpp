@@ -7,6 +7,7 @@
 #include "MdMessages.h"
 #include "MdTools/Log.h"
 #include "MirdalLaunch.h"
+#include "MirdalTrayWnd.h"
 #include "Unsup/TesselExt.h"
 #include "basefile.h"
 #include "errors.h"
@@ -60,9 +61,7 @@ class CUnboundAgentServices : public IAgentServices {
   static void Fail() { TSL_INTERNAL_ERROR(Unit, UnboundServiceLine); }
 };
 
-// The rows the agent can serve today. The tray window is not part of this
-// build yet: its rows stay with the stand-in, so a call of one is the
-// unbound-service error and never a silent pretence.
+// The product's services: every row bound to its implementation.
 class CProductAgentServices : public CUnboundAgentServices {
  public:
   void RegisterResourceModule(const CUnicodeString& path) override { Tsl::RegisterResourceModule(path); }
@@ -108,6 +107,19 @@ class CProductAgentServices : public CUnboundAgentServices {
   }
   bool RunDrillix(HINSTANCE instance, const CUnicodeString& arguments) override {
     return ::RunDrillix(instance, arguments);
+  }
+  CUnicodeString GetTooltip() override { return ::GetTooltip(); }
+  IAgentTrayWindow* CreateTrayWindow(HINSTANCE instance, UINT iconOpen, UINT iconClosed, UINT iconOnline,
+                                     UINT iconUpdating, const CUnicodeString& tooltip, const wchar_t* menuName,
+                                     const wchar_t* secondMenuName, bool showIcon,
+                                     const CUnicodeString& hookLibraryPath,
+                                     const CUnicodeString& siblingPath) override {
+    CMirdalTrayWnd* window = new CMirdalTrayWnd(instance, iconOpen, iconClosed, iconOnline, iconUpdating, tooltip,
+                                                menuName, secondMenuName, showIcon, hookLibraryPath, siblingPath);
+    // Until the constructor has returned, the window's messages take the
+    // default handling; from here on they reach the object.
+    CTrayIconWnd::SetProcessWindow(window);
+    return window;
   }
 };
 

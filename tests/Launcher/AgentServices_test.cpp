@@ -69,17 +69,6 @@ TEST_F(ProductServices, StartupAutoStartIsTheMachinesGeneralSettingWithDefaultFa
   RegCloseKey(general);
 }
 
-TEST_F(ProductServices, RowsNotYetBuiltAreTheUnboundServiceError) {
-  try {
-    AgentServices().GetTooltip();
-    FAIL() << "an unbuilt service pretended to work";
-  } catch (Tsl::CInternalError* failure) {
-    EXPECT_EQ(std::make_pair(std::wstring(L"MirdalAgent"), 1300),
-              std::make_pair(std::wstring(failure->file), int(failure->line)));
-    delete failure;
-  }
-}
-
 }  // namespace
 
 namespace {
