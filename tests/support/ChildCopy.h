@@ -1,6 +1,8 @@
 // Runs this test executable as a child in a named role from another folder:
 // for behaviour that depends on what lies beside the program (SharedFiles.ini,
 // resource libraries, TesselLog.txt), the executable is copied there first.
+// Also a reader of files that another party keeps open, and a lock for tests
+// that share fixed names across test programs.
 #pragma once
 
 #include <windows.h>
@@ -37,6 +39,20 @@ inline DWORD RunChildCopy(const std::wstring& folder, const std::wstring& fileNa
   }
   CloseHandle(pi.hProcess);
   return exitCode;
+}
+
+// The whole content of a file that may still be open for writing elsewhere;
+// empty when it cannot be opened.
+inline std::string ReadSharedFile(const std::wstring& path) {
+  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, 0, nullptr);
+  std::string bytes;
+  char buffer[4096];
+  DWORD read = 0;
+  while (file != INVALID_HANDLE_VALUE && ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0)
+    bytes.append(buffer, read);
+  if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+  return bytes;
 }
 
 // Held for its lifetime: the test-only mutex `name`, so that tests of any
