@@ -6,6 +6,7 @@
 #include <stddef.h>
 
 #include "errors.h"
+#include "services.h"
 #include "resourceinfo.h"
 #include "tessels.h"
 
@@ -277,7 +278,15 @@ LRESULT CALLBACK CTrayIconWnd::StaticWindowProc(HWND handle, UINT message, WPARA
     TSL_INTERNAL_ERROR(Unit, 210);
     return ::DefWindowProcW(handle, message, wParam, lParam);
   }
-  return object->WindowProc(message, wParam, lParam);
+  // A failure never crosses the system's dispatch of the message: it is
+  // reported here, and the message is answered as if nobody handled it.
+  try {
+    return object->WindowProc(message, wParam, lParam);
+  } catch (Tsl::CException* failure) {
+    Tsl::ReportException(failure);
+    delete failure;
+    return 0;
+  }
 }
 
 LRESULT CTrayIconWnd::WindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
