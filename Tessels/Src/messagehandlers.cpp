@@ -187,13 +187,17 @@ int CMessageHandler::ShowMessageWithIcon(HWND owner, const CUnicodeString& text,
 
 void CMessageHandler::ShowException(CException* exception) {
   CRuntimeHeapSwitch onRuntimeHeap;
-  CThreadErrorState& state = GetThreadErrorState();
-  CThreadErrorState saved = state;
+  // The state's flags live in the thread's own slot; what was there is kept
+  // as plain values, for the state's copy would only name the same slot.
+  CThreadErrorState state = GetThreadErrorState();
+  const bool wasInError = state.inError;
+  const bool wasShowing = state.showingError;
   // A failure while showing a failure: nothing sensible is left to show.
-  if (state.showingError) EndWithDoubleError();
+  if (wasShowing) EndWithDoubleError();
   state.showingError = true;  // inError stays as it was
   exception->Show();
-  state = saved;
+  state.inError = wasInError;
+  state.showingError = wasShowing;
 }
 
 // ---------------------------------------------------------------------------

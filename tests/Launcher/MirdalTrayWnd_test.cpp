@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "MdMessages.h"
+#include "MirdalAgent.h"
 #include "ProductMarks.h"
 #include "errors.h"
 #include "message.h"
@@ -77,6 +78,7 @@ class AgentWindowTest : public ::testing::Test {
  protected:
   AgentWindowTest() {
     previousNotify = SetTrayNotifyFunction(AcceptNotify);
+    previousServices = BindAgentServices(&GetProductAgentServices());
     window = new CMirdalTrayWnd(ResourceLibrary(), IconMirdalOpen, IconMirdalClosed, IconMirdalOnline, IconUpdating,
                                 L"tip", L"MDA_AGENT", L"MDA_AGENT", true, L"Z:\\nowhere\\MdHook.dll",
                                 L"Z:\\nowhere\\MdAgent64.exe");
@@ -86,6 +88,7 @@ class AgentWindowTest : public ::testing::Test {
     delete window;
     PumpSawQuit();
     SetTrayNotifyFunction(previousNotify);
+    BindAgentServices(previousServices);
   }
   LRESULT Send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
     return ::SendMessageW(window->GetWindowHandle(), message, wParam, lParam);
@@ -93,6 +96,7 @@ class AgentWindowTest : public ::testing::Test {
 
   CProductLock lock{L"MirdalTest.AgentSession"};
   TrayNotifyFunction previousNotify;
+  IAgentServices* previousServices;
   CMirdalTrayWnd* window;
 };
 
