@@ -22,6 +22,9 @@ const UINT AutoupdateStepMs = 250;
 const int AutoupdateSteps = 5;  // progress 20, 40 .. 100, then the end
 
 const int StatusLines = 6;
+// Where the entries stand on the card, below its heading and word.
+const int CardEntryLeft = 16;
+const int CardEntryTop = 74;
 
 // The process's state: one program, one thread, its windows.
 struct CProgram {
@@ -31,12 +34,12 @@ struct CProgram {
   bool hangInCopyData = false;
   HWND appWindow = nullptr;
   HWND mainWindow = nullptr;
+  HWND entryView = nullptr;  // read-only text of the entries, scrolled when long
   HFONT titleFont = nullptr;
   HFONT bodyFont = nullptr;
   CDictdShelf shelf;
   Tsl::CUnicodeString cardHeading;  // "Translation" or "Word of the day"
   Tsl::CUnicodeString cardWord;
-  Tsl::CUnicodeString cardEntry;
   Tsl::CUnicodeString status[StatusLines];  // newest last
   int autoupdateStep = 0;
 };
@@ -122,7 +125,13 @@ void ShowCard(const wchar_t* heading, const Tsl::CUnicodeString& word,
               const Tsl::CUnicodeString& entry) {
   program.cardHeading = heading;
   program.cardWord = word;
-  program.cardEntry = entry;
+  // Entries break lines with a bare line feed; the text control wants CR LF.
+  Tsl::CUnicodeString shown;
+  for (int32_t i = 0; i < entry.Length(); ++i) {
+    if (entry[i] == L'\n' && (i == 0 || entry[i - 1] != L'\r')) shown += L'\r';
+    shown += entry[i];
+  }
+  ::SetWindowTextW(program.entryView, shown.Text());
   ::InvalidateRect(program.mainWindow, nullptr, TRUE);
   ::ShowWindow(program.mainWindow, SW_SHOW);
   // The agent handed its right to the foreground on to this process.
@@ -271,11 +280,6 @@ void Paint(HWND window, bool card) {
     ::SetTextColor(dc, RGB(20, 60, 140));
     ::DrawTextW(dc, program.cardWord.Text(), -1, &area,
                 DT_SINGLELINE | DT_NOPREFIX | DT_END_ELLIPSIS);
-    area.top += 36;
-    ::SelectObject(dc, program.bodyFont);
-    ::SetTextColor(dc, RGB(0, 0, 0));
-    ::DrawTextW(dc, program.cardEntry.Text(), -1, &area,
-                DT_WORDBREAK | DT_NOPREFIX | DT_EDITCONTROL | DT_END_ELLIPSIS);
   } else {
     ::SelectObject(dc, program.titleFont);
     ::SetTextColor(dc, RGB(20, 60, 140));
@@ -283,9 +287,11 @@ void Paint(HWND window, bool card) {
     area.top += 36;
     ::SelectObject(dc, program.bodyFont);
     ::SetTextColor(dc, RGB(60, 60, 60));
-    ::DrawTextW(dc, L"Select a word anywhere and press Ctrl+C+C or Ctrl+Ins+Ins.", -1, &area,
-                DT_WORDBREAK | DT_NOPREFIX);
-    area.top += 28;
+    const wchar_t hint[] = L"Select a word anywhere and press Ctrl+C+C or Ctrl+Ins+Ins.";
+    RECT measured = area;
+    ::DrawTextW(dc, hint, -1, &measured, DT_WORDBREAK | DT_NOPREFIX | DT_CALCRECT);
+    ::DrawTextW(dc, hint, -1, &area, DT_WORDBREAK | DT_NOPREFIX);
+    area.top = measured.bottom + 10;
     ::SetTextColor(dc, RGB(0, 0, 0));
     for (int i = 0; i < StatusLines; ++i) {
       if (program.status[i].IsEmpty()) continue;
@@ -375,6 +381,14 @@ LRESULT CALLBACK MainWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
     case WM_PAINT:
       Paint(window, true);
       return 0;
+    case WM_SIZE:
+      ::MoveWindow(program.entryView, CardEntryLeft, CardEntryTop,
+                   LOWORD(lParam) - CardEntryLeft - 4, HIWORD(lParam) - CardEntryTop - 8, TRUE);
+      return 0;
+    case WM_CTLCOLORSTATIC:
+      // The read-only text sits on the card's white, not on a grey dialog face.
+      ::SetBkColor(reinterpret_cast<HDC>(wParam), RGB(255, 255, 255));
+      return reinterpret_cast<LRESULT>(::GetStockObject(WHITE_BRUSH));
     case WM_CLOSE:
       // The card only goes out of sight; the program stays.
       ::ShowWindow(window, SW_HIDE);
@@ -415,6 +429,13 @@ bool CreateWindows(bool background) {
       WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU | WS_THICKFRAME, 520, 40, 440, 340,
       program.appWindow, nullptr, program.instance, nullptr);
   if (program.appWindow == nullptr || program.mainWindow == nullptr) return false;
+  program.entryView = ::CreateWindowExW(
+      0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | WS_VSCROLL | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL,
+      CardEntryLeft, CardEntryTop, 400, 220, program.mainWindow, nullptr, program.instance, nullptr);
+  ::SendMessageW(program.entryView, WM_SETFONT, reinterpret_cast<WPARAM>(program.bodyFont), FALSE);
+  RECT card;
+  ::GetClientRect(program.mainWindow, &card);
+  ::SendMessageW(program.mainWindow, WM_SIZE, 0, MAKELPARAM(card.right, card.bottom));
   SetStatus(background ? L"Started in the background" : L"Started");
   return true;
 }
