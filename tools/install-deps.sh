@@ -3,7 +3,8 @@
 # Does nothing when all of it is there already; needs root otherwise.
 set -euo pipefail
 packages=(cmake ninja-build g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools
-          wine wine64 xvfb xdotool imagemagick googletest nsis procps util-linux python3)
+          wine wine64 xvfb xdotool imagemagick googletest nsis procps util-linux python3
+          dict-freedict-eng-rus dict-freedict-eng-deu)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
