@@ -37,7 +37,7 @@ Timing Time(const std::function<void()>& body, int runs) {
 
 void Report(const std::string& what, const Timing& ours, const Timing& baseline,
             const std::string& target) {
-  std::printf("  %-58s ours %9.3f ms +-%2.0f%%  baseline %9.3f ms +-%2.0f%%  ratio %6.2f  (target %s)\n",
+  std::printf("  %-58s ours %9.3f ms +-%3.0f%%  baseline %9.3f ms +-%3.0f%%  ratio %6.2f  (target %s)\n",
               what.c_str(), ours.median * 1e3, ours.Spread() * 100, baseline.median * 1e3,
               baseline.Spread() * 100, baseline.median > 0 ? ours.median / baseline.median : 0.0,
               target.c_str());
