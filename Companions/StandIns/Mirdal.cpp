@@ -150,7 +150,7 @@ Tsl::CUnicodeString EntryOf(const Tsl::CUnicodeString& word) {
 }
 
 // The text that the first Ctrl+C of the chord put on the clipboard: its first
-// line, trimmed. The program in front may still hold the clipboard for a
+// line with text, trimmed. The program in front may still hold the clipboard for a
 // moment, so opening is tried a few times.
 bool ReadClipboardWord(Tsl::CUnicodeString& word) {
   bool opened = false;
@@ -162,6 +162,8 @@ bool ReadClipboardWord(Tsl::CUnicodeString& word) {
   HANDLE data = ::GetClipboardData(CF_UNICODETEXT);
   const wchar_t* text = data != nullptr ? static_cast<const wchar_t*>(::GlobalLock(data)) : nullptr;
   if (text != nullptr) {
+    // A selection may begin with blank lines: the word is on the first line with text.
+    while (*text == L' ' || *text == L'\t' || *text == L'\r' || *text == L'\n') ++text;
     int32_t length = 0;
     while (length < 200 && text[length] != 0 && text[length] != L'\r' && text[length] != L'\n')
       ++length;

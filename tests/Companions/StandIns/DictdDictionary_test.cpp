@@ -24,7 +24,9 @@ TEST(DictdDictionary, IndexNumbersDecodeInTheirAlphabet) {
     uint32_t value = 0;
     bool ok = DecodeDictdNumber(row.text, static_cast<int32_t>(strlen(row.text)), value);
     EXPECT_EQ(row.ok, ok) << row.text;
-    if (row.ok) EXPECT_EQ(row.value, value) << row.text;
+    if (row.ok) {
+      EXPECT_EQ(row.value, value) << row.text;
+    }
   }
 }
 
@@ -64,7 +66,9 @@ TEST_F(DictdFiles, LookupFindsEveryEntryOfAWordWhateverItsCase) {
   for (const Row& row : rows) {
     Tsl::CUnicodeString entries;
     EXPECT_EQ(row.found, dictionary.Lookup(row.word, entries)) << TestSupport::Narrow(row.word);
-    if (row.found) EXPECT_STREQ(row.entries, entries.Text()) << TestSupport::Narrow(row.word);
+    if (row.found) {
+      EXPECT_STREQ(row.entries, entries.Text()) << TestSupport::Narrow(row.word);
+    }
   }
 }
 

@@ -116,13 +116,14 @@ TEST_F(MirdalStandIn, AChordShowsTheClipboardWordWithItsEntryAndBlocksArriveByte
   EXPECT_FALSE(::IsWindowVisible(FindWindowOf(MirdalAppWindowClass)));
 
   HWND main = FindWindowOf(MirdalMainWindowClass);
-  ASSERT_TRUE(PutOnClipboard(agent.Window(), L"  Abyss\r\nsecond line"));
+  ASSERT_TRUE(PutOnClipboard(agent.Window(), L"\r\n  Abyss\r\nsecond line"));
   ::PostMessageW(main, Md16_Hook_On_Ctrl_Ins_Ins, 1, 0x12345678);
   EXPECT_TRUE(Journalled("event word Abyss"));
   EXPECT_TRUE(HasLine(journal, MessageLine(STANDIN_MAIN_WINDOW, "Md16_Hook_On_Ctrl_Ins_Ins", 1,
                                            0x12345678)));
   EXPECT_TRUE(Journalled("event entry found"));
-  EXPECT_TRUE(::IsWindowVisible(main));
+  // The card comes up just after the entry was looked up.
+  EXPECT_TRUE(PumpUntil([main] { return ::IsWindowVisible(main) != FALSE; }));
 
   ::PostMessageW(main, Md16_Hook_On_Mouse_Translate, 1, MAKELPARAM(-5, 300));
   EXPECT_TRUE(Journalled(MessageLine(STANDIN_MAIN_WINDOW, "Md16_Hook_On_Mouse_Translate", 1,
