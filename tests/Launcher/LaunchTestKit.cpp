@@ -215,7 +215,7 @@ void RegistryValueGuard::Remove() {
 // ---- SerialTest -----------------------------------------------------------------------
 
 SerialTest::SerialTest() {
-  lock = ::CreateMutexW(nullptr, FALSE, L"MirdalTest.LaunchAndHookTests");
+  lock = ::CreateMutexW(nullptr, FALSE, L"MirdalTest.AgentSession");
   // Abandoned by a test that crashed: the lock is ours all the same.
   if (lock != nullptr) ::WaitForSingleObject(lock, INFINITE);
 }

@@ -55,7 +55,7 @@ class LauncherOptionsTest : public ::testing::Test {
     Put(name, REG_SZ, text, DWORD((wcslen(text) + 1) * sizeof(wchar_t)));
   }
 
-  CProductLock lock{L"Local\\MirdalTest_ProductAtoms"};
+  CProductLock lock{L"MirdalTest.AgentSession"};
   CFakeAgentServices services;
   const std::wstring productKey = L"Software\\MirdalTest-" + std::to_wstring(GetCurrentProcessId());
   const std::wstring optionsKey = productKey + L"\\Launcher";

@@ -158,7 +158,7 @@ TEST(TrayIconCalls, BalloonClearsThenUnhidesThenShows) {
 // Every process that makes a window of the agent's public class holds this
 // lock first, so that FindWindowW finds the one of the running test.
 struct AgentWindowLock {
-  CProductLock lock{L"MirdalTest.AgentWindowClass"};
+  CProductLock lock{L"MirdalTest.AgentSession"};
 };
 
 // The product's icons, from the resource library that carries them.

@@ -8,7 +8,7 @@ namespace StandInTest {
 
 namespace {
 CFakeAgent* currentAgent = nullptr;
-const wchar_t SessionLockName[] = L"MirdalStandInTestsSession";
+const wchar_t SessionLockName[] = L"MirdalTest.AgentSession";
 }  // namespace
 
 CSessionLock::CSessionLock() : mutex(::CreateMutexW(nullptr, FALSE, SessionLockName)), held(false) {
