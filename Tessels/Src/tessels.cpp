@@ -14,6 +14,7 @@
 #include "basefile.h"
 #include "errors.h"
 #include "filesystem.h"
+#include "message.h"
 #include "nativefilesystem.h"
 #include "resourceinfo.h"
 #include "services.h"
@@ -180,12 +181,15 @@ void StartLibrary(const wchar_t* userKey, const wchar_t* machineKey) {
 
 // The message files that the debug flags ask for, before any module ends.
 void SaveMessageFiles() {
+  CUnicodeString program = GetExecutablePath();
   if (IsDebugFlagSet(DF_SaveAllMessages)) {
-    // The all-messages file is written here.
+    SaveAllMessages(GetDriveAndDirectory(program) + GetName(program) + L" all messages.txt");
     WriteTesselLog(L"Tessel: All messages saved.");
   }
   if (IsDebugFlagSet(DF_SaveUndefinedMessages)) {
-    // The undefined-messages file is written here.
+    CUnicodeString path = program;
+    ReplaceExtension(path, L".txt");
+    SaveUndefinedMessages(path);
     WriteTesselLog(L"Tessel: Undefined messages saved.");
   }
 }

@@ -150,16 +150,18 @@ TEST(DebugFlags, RegistryTextsSetClearOrKeepEachFlag) {
   RegDeleteTreeW(HKEY_CURRENT_USER, (L"Software\\Tavix\\MirdalTest\\" + std::to_wstring(GetCurrentProcessId())).c_str());
 }
 
-// Started from a folder of its own, so that its TesselLog.txt is its own.
+// Started from a folder of its own, so that its TesselLog.txt and message
+// files are its own. Both message files are asked for.
 MIRDAL_CHILD_ROLE(StartAndEndWithTrace) {
   bool started = InitTessels(nullptr, nullptr);
+  SetDebugFlags(GetDebugFlags() | DF_SaveAllMessages | DF_SaveUndefinedMessages);
   DoneTessels();
   return started ? 1 : 0;
 }
 
 // WriteMessageLog is machine-wide: the test holds a lock across processes
 // while it is on.
-TEST(LibraryTrace, EachStepOfStartAndEndLeavesItsLineInOrder) {
+TEST(LibraryTrace, EachStepOfStartAndEndLeavesItsLineInOrderAndTheMessageFilesComeFirst) {
   TestSupport::CrossProcessLock libraryKey(L"MirdalTest.TesselsKey");
   const wchar_t* key = L"Software\\Tavix\\Tessels";
   ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, L"WriteMessageLog", REG_SZ, L"1", 4));
@@ -181,11 +183,14 @@ TEST(LibraryTrace, EachStepOfStartAndEndLeavesItsLineInOrder) {
       "Tessel: Debug flags initialized.",        "Tessel: CRT locale changed.",
       "Tessel: Application data path initialized.", "Tessel: Registry paths initialized.",
       "Tessel: Resource base initialized.",      "Tessel: All modules initialized.",
-      "Tessel: Deinitializing...",               "Tessel: All modules terminated.",
+      "Tessel: Deinitializing...",               "Tessel: All messages saved.",
+      "Tessel: Undefined messages saved.",       "Tessel: All modules terminated.",
       "Tessel: Temporary files system terminated.", "Tessel: Resource base deinitialized.",
       "Tessel: Deinitialization complete.",
   };
   EXPECT_EQ(expected, steps);
+  for (const wchar_t* file : {L"TraceProbe all messages.txt", L"TraceProbe.txt"})
+    EXPECT_NE(INVALID_FILE_ATTRIBUTES, GetFileAttributesW((folder / file).c_str())) << TestSupport::Narrow(file);
 }
 
 }  // namespace
