@@ -67,7 +67,8 @@ void CDll::Load(const CUnicodeString& name) {
 void CDll::Free() {
   if (module == nullptr) return;
   TSL_ASSERT(ownership == 0 || ownership == 1, unitName, 34);
-  if (ownership == 1) ::FreeLibrary(module);
+  // Through the table, so that its count of this library's loads stays true.
+  if (ownership == 1) FreeLibraryInternal(module);
   module = nullptr;
 }
 

@@ -11,6 +11,8 @@
 #include "TestSupport.h"
 #include "TextFileBytes.h"
 #include "errors.h"
+#include "message.h"
+#include "resourceinfo.h"
 #include "services.h"
 #include "tessels.h"
 
@@ -200,4 +202,29 @@ TEST(MessageRoute, FailureWhileShowingAFailureEndsTheProcessWithTheDoubleErrorTe
   EXPECT_NE(std::string::npos, child.output.find("Double internal error!\r\nApplication terminated.\r\n"))
       << child.output;
   EXPECT_EQ(std::string::npos, child.output.find("survived"));
+}
+
+// Not run by the tests: shows the greeting of the Russian and then of the
+// German test library in real boxes, through the whole route (prefix,
+// language, catalogue, box handler), so that a person can look at the
+// glyphs on the virtual display:
+//   tools/run-on-desktop.sh build/x86_64/tests/messagehandlers_test.exe --mirdal-child=LanguageBoxes
+MIRDAL_CHILD_ROLE(LanguageBoxes) {
+  TestSupport::ScratchFolder folder;
+  ::CopyFileW(Library(L"Russian").c_str(), (folder / L"Tst1.dll").c_str(), FALSE);
+  ::CopyFileW(Library(L"German").c_str(), (folder / L"Tst2.dll").c_str(), FALSE);
+  AddResourcePrefix(folder.Path().c_str(), L"Tst");
+  InitResourceBase();
+  SetLibraryState(LS_Running);
+  InstallMessageServices();
+  SetApplicationHandler(HandlerByName(L"MESSAGEBOX"));
+  static const CMessageName greeting(L"MSG_TEST_GREETING");
+  SetCurrentLanguage(1);
+  ShowMessage(greeting.Format(L"мир"), MB_OK);
+  SetCurrentLanguage(2);
+  ShowMessage(greeting.Format(L"Welt"), MB_OK);
+  RemoveMessageServices();
+  SetLibraryState(LS_Terminated);
+  DoneResourceBase();
+  return 0;
 }
