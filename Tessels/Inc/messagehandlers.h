@@ -94,7 +94,8 @@ CUnicodeString GetApplicationTitle();
 void SetApplicationTitle(const CUnicodeString& title);
 
 // Routes the foundation's texts, messages and failures (services.h) through
-// the catalogue and these handlers; the library's start installs them.
+// the catalogue and these handlers; the library's start installs them unless
+// another binding is in place, and its end takes them down again.
 void InstallMessageServices();
 void RemoveMessageServices();
 

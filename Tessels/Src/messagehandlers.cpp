@@ -402,7 +402,11 @@ CMessageServices messageServices;
 
 }  // namespace
 
-void InstallMessageServices() { BindFoundationServices(&messageServices); }
+// A binding already in place (a test's recording one) stays.
+void InstallMessageServices() {
+  IFoundationServices* previous = BindFoundationServices(&messageServices);
+  if (previous != nullptr) BindFoundationServices(previous);
+}
 
 // Only this route is taken down: another binding (a test's) stays.
 void RemoveMessageServices() {

@@ -15,6 +15,7 @@
 #include "errors.h"
 #include "filesystem.h"
 #include "message.h"
+#include "messagehandlers.h"
 #include "nativefilesystem.h"
 #include "resourceinfo.h"
 #include "services.h"
@@ -152,6 +153,9 @@ void StartLibrary(const wchar_t* userKey, const wchar_t* machineKey) {
   CLifecycleState& state = Lifecycle();
   srand(unsigned(::GetCurrentProcessId()));
   InstallHandlers(state);
+  // From here on texts come from the catalogue, and messages and failures
+  // reach the user through the handler the program chose.
+  InstallMessageServices();
 
   SetDebugFlags(ReadDebugFlags(LibraryKey));
   WriteTesselLog(L"Tessel: Debug flags initialized.");
@@ -260,6 +264,7 @@ void DoneTessels() {
     TerminateFileSystems();
   }
   RestoreHandlers(state);
+  RemoveMessageServices();
   SetLibraryState(LS_Terminated);
   DoneResourceBase();
   WriteTesselLog(L"Tessel: Resource base deinitialized.");
