@@ -14,9 +14,9 @@
 
 namespace {
 
-using GetResourceIdFunction = int32_t (*)(const wchar_t*);
-using NumberOfMessagesFunction = int32_t (*)();
-using GetMessageNameFunction = const wchar_t* (*)(int32_t);
+using GetResourceIdFunction = uint32_t(__cdecl*)(const wchar_t*);
+using NumberOfMessagesFunction = int32_t(__cdecl*)();
+using GetMessageNameFunction = const wchar_t*(__cdecl*)(int32_t);
 
 const wchar_t* const languageModules[] = {L"Mirdal0.dll", L"Mirdal1.dll", L"Mirdal2.dll"};
 const wchar_t* const menuModules[] = {L"MirdalRes.dll", L"Mirdal0.dll", L"Mirdal1.dll",
@@ -59,7 +59,7 @@ struct CLanguageModule : CLoadedLibrary {
 
   // The text of `name` as the foundation finds it: identifier, then string.
   std::wstring Text(const std::wstring& name) const {
-    int32_t id = getResourceId(name.c_str());
+    uint32_t id = getResourceId(name.c_str());
     if (id == 0) return std::wstring();
     const wchar_t* text = nullptr;
     int length = LoadStringW(handle, UINT(id), reinterpret_cast<wchar_t*>(&text), 0);
@@ -143,7 +143,7 @@ TEST(ResourceLibraries, EveryExportedNameHasATextAndUnknownNamesHaveNone) {
   for (const wchar_t* module : languageModules) {
     CLanguageModule language(module);
     ASSERT_TRUE(language.Complete()) << Narrow(module);
-    EXPECT_EQ(language.getResourceId(L"MSG_NO_SUCH_MESSAGE"), 0) << Narrow(module);
+    EXPECT_EQ(language.getResourceId(L"MSG_NO_SUCH_MESSAGE"), 0u) << Narrow(module);
     EXPECT_EQ(language.getMessageName(language.numberOfMessages()), nullptr) << Narrow(module);
     for (const std::wstring& name : language.Names())
       EXPECT_FALSE(language.Text(name).empty()) << Narrow(module) << " " << Narrow(name);
