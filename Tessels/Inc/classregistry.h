@@ -71,10 +71,9 @@ IObject* CreateObjectByName(const CUnicodeString& className);
 CUnicodeString GetClassName(const std::type_info* type);
 
 // How a class's library is loaded. Loads or fails by exception; it needn't
-// return the handle. The default loads by the platform's search and raises
-// ERR_CANT_LOAD_DLL with the name and the system's text; the library loader
-// of the foundation binds itself here. Returns the loader it replaced; null
-// restores the default.
+// return the handle. The default is the foundation's loader,
+// LoadLibraryChecked, which records the load in the module table. Tests bind
+// a fake here. Returns the loader it replaced; null restores the default.
 typedef void (*ClassLibraryLoader)(const CUnicodeString& libraryName);
 ClassLibraryLoader BindClassLibraryLoader(ClassLibraryLoader loader);
 

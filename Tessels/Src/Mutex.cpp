@@ -3,6 +3,7 @@
 // access rights (somebody else's mark is there), opening can't.
 #include "Mutex.h"
 
+#include "DllTools.h"
 #include "errors.h"
 #include "services.h"
 
@@ -54,22 +55,16 @@ bool HasCreateMutexEx() {
 }
 
 // CreateMutexExW, looked up at run time so that the library still loads on
-// systems without it. kernel32.dll is in every process and is never freed.
-// A missing function is a check error naming the library and the function;
-// the result is null only where that returns.
+// systems without it. kernel32.dll is in every process and is never freed,
+// so the library object only borrows it. A missing function is a check error
+// naming the library and the function; the result is null only where that
+// returns.
 CreateMutexExFunction FindCreateMutexEx() {
   static CreateMutexExFunction cached = nullptr;
   if (cached != nullptr) return cached;
-  HMODULE kernel = ::GetModuleHandleW(L"kernel32.dll");
-  FARPROC found = kernel != nullptr ? ::GetProcAddress(kernel, "CreateMutexExW") : nullptr;
-  if (found == nullptr) {
-    wchar_t path[MAX_PATH] = L"kernel32.dll";
-    if (kernel != nullptr) ::GetModuleFileNameW(kernel, path, MAX_PATH);
-    CUnicodeString what;
-    what.Format(L"%ls (%ls)", path, L"CreateMutexExW");
-    GenerateCheckError(L"ERR_CANT_LOAD_DLL", what, CUnicodeString());
-    return nullptr;
-  }
+  CDll kernel(::GetModuleHandleW(L"kernel32.dll"), false);
+  FARPROC found = kernel.GetFunction("CreateMutexExW");
+  if (found == nullptr) return nullptr;
   cached = reinterpret_cast<CreateMutexExFunction>(reinterpret_cast<void*>(found));
   return cached;
 }

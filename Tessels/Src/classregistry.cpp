@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include "DllTools.h"
 #include "Map.h"
 #include "errors.h"
 
@@ -47,14 +48,8 @@ struct CLockHolder {
   CRITICAL_SECTION section;
 };
 
-// Loads by the platform's search until the foundation's library loader,
-// with its module table, binds itself.
-void DefaultLibraryLoader(const CUnicodeString& libraryName) {
-  if (::LoadLibraryW(libraryName.Text()) == nullptr) {
-    DWORD code = ::GetLastError();
-    GenerateCheckError(L"ERR_CANT_LOAD_DLL", libraryName, GetLastErrorText(code));
-  }
-}
+// The foundation's one loader, so that the module table counts the load.
+void DefaultLibraryLoader(const CUnicodeString& libraryName) { LoadLibraryChecked(libraryName); }
 
 ClassLibraryLoader libraryLoader = &DefaultLibraryLoader;  // under modulesLock
 

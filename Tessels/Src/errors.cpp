@@ -199,7 +199,8 @@ CUnicodeString GetMessageOrDefault(const wchar_t* messageName, const CUnicodeStr
   CRuntimeHeapSwitch onRuntimeHeap;
   if (messageName == nullptr) return CUnicodeString();
   CUnicodeString text;
-  if (GetMessageText(messageName, text)) return text.SubstParamArray(params, count);
+  // Before start and after the end no catalogue answers: the default texts do.
+  if (IsLibraryRunning() && GetMessageText(messageName, text)) return text.SubstParamArray(params, count);
   if (const CUnicodeString* defaultText = GetDefaultMessageText(messageName))
     return defaultText->SubstParamArray(params, count);
   return NameWithParameters(messageName, params, count);

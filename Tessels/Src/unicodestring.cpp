@@ -16,7 +16,9 @@
 #include "alloc.h"
 #include "archive.h"
 #include "errors.h"
+#include "message.h"
 #include "privateallocators.h"
+#include "tessels.h"
 
 namespace Tsl {
 
@@ -488,6 +490,8 @@ uint32_t CUnicodeString::HashKeyNoCase() const {
 // follow the second one.
 CUnicodeString CUnicodeString::SubstParam(const wchar_t* const* params, int32_t count) const {
   TSL_ASSERT(count >= 0 && (params != nullptr || count == 0), unitName, 120);
+  // A developer's aid: texts whose markers don't match the parameters given.
+  if (IsDebugFlagSet(DF_CheckMessagesParamsCount)) CheckParams(*this, count);
   CUnicodeString result;
   const wchar_t* text = Text();
   int32_t length = Length();
