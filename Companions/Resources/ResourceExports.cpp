@@ -8,7 +8,7 @@ namespace {
 
 struct CMessageRow {
   const wchar_t* name;  // the message name, as the code declares it
-  int32_t id;           // its string in the module's string table
+  uint32_t id;          // its string in the module's string table
 };
 
 #define WIDE(text) L##text
@@ -24,16 +24,16 @@ const int32_t messageCount = int32_t(sizeof(messageRows) / sizeof(messageRows[0]
 
 // The identifier of the string that holds the text of `name`, 0 when this
 // module has no such name. The comparison is exact: names are identifiers.
-extern "C" __declspec(dllexport) int32_t GetResourceID(const wchar_t* name) {
+extern "C" __declspec(dllexport) uint32_t __cdecl GetResourceID(const wchar_t* name) {
   if (name == nullptr) return 0;
   for (int32_t i = 0; i < messageCount; ++i)
     if (wcscmp(messageRows[i].name, name) == 0) return messageRows[i].id;
   return 0;
 }
 
-extern "C" __declspec(dllexport) int32_t NumberOfMessages() { return messageCount; }
+extern "C" __declspec(dllexport) int32_t __cdecl NumberOfMessages() { return messageCount; }
 
 // The name at `index`, counted from 0; null outside the table.
-extern "C" __declspec(dllexport) const wchar_t* GetMessageName(int32_t index) {
+extern "C" __declspec(dllexport) const wchar_t* __cdecl GetMessageName(int32_t index) {
   return index >= 0 && index < messageCount ? messageRows[index].name : nullptr;
 }

@@ -39,7 +39,7 @@ HMODULE LoadProgramLibrary(const wchar_t* name) {
 // A text of a language module, found as the foundation finds it.
 void Text(HMODULE module, const wchar_t* name, wchar_t* out, int size) {
   out[0] = 0;
-  using GetResourceIdFunction = int32_t (*)(const wchar_t*);
+  using GetResourceIdFunction = uint32_t(__cdecl*)(const wchar_t*);
   auto getId = reinterpret_cast<GetResourceIdFunction>(
       reinterpret_cast<void (*)()>(GetProcAddress(module, "GetResourceID")));
   if (getId != nullptr && getId(name) != 0) LoadStringW(module, UINT(getId(name)), out, size);

@@ -12,11 +12,15 @@
 #include <string>
 #include <vector>
 
+#include "message.h"
+#include "resourceinfo.h"
+#include "services.h"
+
 namespace {
 
-using GetResourceIdFunction = int32_t (*)(const wchar_t*);
-using NumberOfMessagesFunction = int32_t (*)();
-using GetMessageNameFunction = const wchar_t* (*)(int32_t);
+using GetResourceIdFunction = uint32_t(__cdecl*)(const wchar_t*);
+using NumberOfMessagesFunction = int32_t(__cdecl*)();
+using GetMessageNameFunction = const wchar_t*(__cdecl*)(int32_t);
 
 const wchar_t* const languageModules[] = {L"Mirdal0.dll", L"Mirdal1.dll", L"Mirdal2.dll"};
 const wchar_t* const menuModules[] = {L"MirdalRes.dll", L"Mirdal0.dll", L"Mirdal1.dll",
@@ -59,7 +63,7 @@ struct CLanguageModule : CLoadedLibrary {
 
   // The text of `name` as the foundation finds it: identifier, then string.
   std::wstring Text(const std::wstring& name) const {
-    int32_t id = getResourceId(name.c_str());
+    uint32_t id = getResourceId(name.c_str());
     if (id == 0) return std::wstring();
     const wchar_t* text = nullptr;
     int length = LoadStringW(handle, UINT(id), reinterpret_cast<wchar_t*>(&text), 0);
@@ -112,9 +116,9 @@ std::set<int> Parameters(const std::wstring& text) {
   return found;
 }
 
-// Every name the product's code declares, as the build lists it beside the
-// program folder.
-std::set<std::wstring> NamesOfTheCode() {
+// Every quoted message name in the product's sources, as the build lists it
+// beside the program folder.
+std::set<std::wstring> NamesOfTheSources() {
   std::set<std::wstring> names;
   std::wstring path =
       ProgramPath(L"..\\Companions\\Resources\\generated\\DeclaredMessageNames.txt");
@@ -143,7 +147,7 @@ TEST(ResourceLibraries, EveryExportedNameHasATextAndUnknownNamesHaveNone) {
   for (const wchar_t* module : languageModules) {
     CLanguageModule language(module);
     ASSERT_TRUE(language.Complete()) << Narrow(module);
-    EXPECT_EQ(language.getResourceId(L"MSG_NO_SUCH_MESSAGE"), 0) << Narrow(module);
+    EXPECT_EQ(language.getResourceId(L"MSG_NO_SUCH_MESSAGE"), 0u) << Narrow(module);
     EXPECT_EQ(language.getMessageName(language.numberOfMessages()), nullptr) << Narrow(module);
     for (const std::wstring& name : language.Names())
       EXPECT_FALSE(language.Text(name).empty()) << Narrow(module) << " " << Narrow(name);
@@ -155,8 +159,13 @@ TEST(ResourceLibraries, EveryExportedNameHasATextAndUnknownNamesHaveNone) {
 TEST(ResourceLibraries, EveryDeclaredNameHasATextWithTheEnglishParametersInEveryLanguage) {
   CLanguageModule english(L"Mirdal0.dll");
   ASSERT_TRUE(english.Complete());
-  std::set<std::wstring> declared = NamesOfTheCode();
-  ASSERT_FALSE(declared.empty()) << "no list of the code's names";
+  std::set<std::wstring> declared = NamesOfTheSources();
+  ASSERT_FALSE(declared.empty()) << "no list of the names in the sources";
+  // The catalogue's own list holds the names of every CMessageName linked
+  // into this program.
+  Tsl::CArray<Tsl::CUnicodeString> linked;
+  Tsl::GetDeclaredMessageNames(linked);
+  for (int32_t i = 0; i < linked.GetSize(); ++i) declared.insert(linked[i].Text());
   for (const wchar_t* module : languageModules)
     for (const std::wstring& name : CLanguageModule(module).Names()) declared.insert(name);
   for (const wchar_t* module : languageModules) {
@@ -240,4 +249,63 @@ TEST(ResourceLibraries, EventMessageFileJoinsTitleAndText) {
                      0, buffer, 256, reinterpret_cast<va_list*>(strings));
   ASSERT_GT(length, 0u);
   EXPECT_EQ(std::wstring(buffer), L"Tessels:\r\nDisk full\r\n");
+}
+
+namespace {
+
+// Boxes land here instead of on the screen.
+class CShownRecorder : public Tsl::IFoundationServices {
+ public:
+  bool GetMessageText(const wchar_t*, Tsl::CUnicodeString&) override { return false; }
+  int ShowMessage(const Tsl::CUnicodeString& text, uint32_t) override {
+    shown.push_back(text.Text());
+    return IDOK;
+  }
+  void ReportException(Tsl::CException*) override {}
+  std::vector<std::wstring> shown;
+};
+
+LANGID WINAPI RussianSystem() { return 0x419; }
+
+std::wstring ModuleName(HMODULE module) {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(module, path, MAX_PATH);
+  const wchar_t* slash = wcsrchr(path, L'\\');
+  return slash != nullptr ? slash + 1 : path;
+}
+
+}  // namespace
+
+// The libraries as the agent registers them: MirdalRes.dll as its static
+// module and the prefix "Mirdal" in the program folder. On a Russian system
+// the foundation offers the three languages by their own names, chooses
+// Russian, takes texts and the menu from the Russian module and the icons
+// from the static one.
+TEST(ResourceLibraries, TheFoundationChoosesRussianOnARussianSystemAndFindsEverything) {
+  CShownRecorder recorder;
+  Tsl::IFoundationServices* previous = Tsl::BindFoundationServices(&recorder);
+  Tsl::BindLocaleQueries(Tsl::CLocaleQueries{&RussianSystem, nullptr, nullptr});
+  HMODULE staticModule = LoadLibraryW(ProgramPath(L"MirdalRes.dll").c_str());
+  ASSERT_NE(staticModule, nullptr);
+  Tsl::RegisterStaticModule(staticModule, Tsl::RMK_Static);  // freed by DoneResourceBase
+  Tsl::AddResourcePrefix(MIRDAL_PROGRAM_DIR, L"Mirdal");
+  Tsl::InitResourceBase();
+
+  std::vector<std::wstring> names;
+  for (int32_t i = 0; i < Tsl::GetLanguageCount(); ++i)
+    names.push_back(Tsl::GetLanguageName(Tsl::GetLanguageByIndex(i)).Text());
+  EXPECT_EQ(names, (std::vector<std::wstring>{
+                       L"English", L"\x0420\x0443\x0441\x0441\x043A\x0438\x0439", L"Deutsch"}));
+  EXPECT_EQ(Tsl::GetCurrentLanguage(), 1);
+  Tsl::CUnicodeString text;
+  EXPECT_TRUE(Tsl::GetModuleMessageText(L"MSG_MDA_WORD_OF_THE_DAY_TITLE", text));
+  EXPECT_STREQ(text.Text(), L"\x0421\x043B\x043E\x0432\x043E \x0434\x043D\x044F");
+  EXPECT_EQ(ModuleName(Tsl::FindResourceModule(L"MDA_AGENT", MAKEINTRESOURCEW(4))), L"Mirdal1.dll");
+  EXPECT_EQ(Tsl::FindResourceModule(MAKEINTRESOURCEW(107), MAKEINTRESOURCEW(14)), staticModule);
+  EXPECT_TRUE(recorder.shown.empty());
+
+  Tsl::DoneResourceBase();
+  Tsl::RemoveResourcePrefixes();
+  Tsl::BindLocaleQueries(Tsl::CLocaleQueries{nullptr, nullptr, nullptr});
+  Tsl::BindFoundationServices(previous);
 }
