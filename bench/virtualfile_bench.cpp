@@ -29,26 +29,26 @@ void ReadAll(CBaseFile& file, std::vector<char>& chunk) {
 }
 
 // Write then read of one fresh file opened by `path`, each timed on its own.
-void OnPath(const CUnicodeString& path, std::vector<char>& chunk, double& write, double& read) {
+void OnPath(const CUnicodeString& path, std::vector<char>& chunk, Bench::Timing& write, Bench::Timing& read) {
   write = Bench::Time([&] {
     CFile file(path, CFile::ModeCreate | CFile::ModeReadWrite | CFile::ShareExclusive);
     WriteAll(file, chunk);
-  }, 3);
+  });
   read = Bench::Time([&] {
     CFile file(path, CFile::ModeRead | CFile::ShareDenyWrite);
     ReadAll(file, chunk);
-  }, 3);
+  });
   GetFileSystem(path)->DeleteFile(path);
 }
 
-void OnMemory(std::vector<char>& chunk, double& write, double& read) {
+void OnMemory(std::vector<char>& chunk, Bench::Timing& write, Bench::Timing& read) {
   CMemoryFile* kept = nullptr;
   write = Bench::Time([&] {
     delete kept;
     kept = new CMemoryFile();
     WriteAll(*kept, chunk);
-  }, 3);
-  read = Bench::Time([&] { ReadAll(*kept, chunk); }, 3);
+  });
+  read = Bench::Time([&] { ReadAll(*kept, chunk); });
   delete kept;
 }
 
@@ -60,7 +60,7 @@ void NoteViewCost() {
   double seconds = Bench::Time([&] {
     for (int i = 0; i < Views; ++i)
       mapping.UnmapView(mapping.MapView(FILE_MAP_WRITE, int64_t(i) * GetAllocationGranularity(), 65536));
-  }, 3);
+  }).median;
   Bench::Note("map and unmap of one view: " + std::to_string(seconds * 1e6 / Views) + " us");
   // The same with every page of the view touched once, as a copy does.
   double touched = Bench::Time([&] {
@@ -71,7 +71,7 @@ void NoteViewCost() {
       mapping.UnmapView(view);
     }
     Bench::Keep(sum);
-  }, 3);
+  }).median;
   Bench::Note("map, touch every page and unmap of one view: " + std::to_string(touched * 1e6 / Views) + " us");
 }
 
@@ -83,7 +83,7 @@ BENCH(VirtualFile) {
   const CUnicodeString nativePath = ConcatPath(GetSystemTempPath(), L"mirdal_virtualfile_bench.bin");
   for (int32_t chunkBytes : {4096, 65536}) {
     std::vector<char> chunk(size_t(chunkBytes), 'v');
-    double virtualWrite, virtualRead, memoryWrite, memoryRead, nativeWrite, nativeRead;
+    Bench::Timing virtualWrite, virtualRead, memoryWrite, memoryRead, nativeWrite, nativeRead;
     OnPath(virtualPath, chunk, virtualWrite, virtualRead);
     OnMemory(chunk, memoryWrite, memoryRead);
     OnPath(nativePath, chunk, nativeWrite, nativeRead);
