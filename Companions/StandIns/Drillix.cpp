@@ -159,7 +159,12 @@ int Run(HINSTANCE instance) {
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int) {
   try {
-    return Run(instance);
+    // The word of the day is known to the agent by its text in the user's
+    // language, so the trainer speaks it from the same libraries.
+    StartProductTexts();
+    int code = Run(instance);
+    EndProductTexts();
+    return code;
   } catch (Tsl::CException* exception) {
     Tsl::ReportException(exception);
     delete exception;

@@ -6,7 +6,11 @@
 #include <stdlib.h>
 
 #include "MdMessages.h"
+#include "Unsup/TesselExt.h"
+#include "filesystem.h"
+#include "resourceinfo.h"
 #include "services.h"
+#include "tessels.h"
 
 CStandInSwitches::CStandInSwitches(const wchar_t* commandLine, const wchar_t* variable)
     : count(0) {
@@ -61,6 +65,27 @@ Tsl::CUnicodeString CatalogueText(const wchar_t* messageName) {
   Tsl::CUnicodeString text;
   if (Tsl::GetMessageText(messageName, text)) return text;
   return Tsl::CUnicodeString(messageName);
+}
+
+namespace {
+bool productTextsStarted = false;
+}  // namespace
+
+bool StartProductTexts(const Tsl::CUnicodeString& folder) {
+  const Tsl::CUnicodeString where = folder.IsEmpty() ? Tsl::GetModuleFolder() : folder;
+  const Tsl::CUnicodeString staticModule = where + L"MirdalRes.dll";
+  if (::GetFileAttributesW(staticModule.Text()) == INVALID_FILE_ATTRIBUTES) return false;
+  Tsl::RegisterResourceModule(staticModule);
+  Tsl::RegisterResourcePrefix(where, L"Mirdal");
+  if (!Tsl::InitTessels(nullptr, nullptr)) return false;
+  productTextsStarted = true;
+  if (Tsl::GetLanguageCount() > 0) Tsl::SetCurrentLanguage(int32_t(ChooseShownLanguage(GetInterfaceLanguage(), 0)));
+  return true;
+}
+
+void EndProductTexts() {
+  if (productTextsStarted) Tsl::DoneTessels();
+  productTextsStarted = false;
 }
 
 HWND FindAgentWindow() {

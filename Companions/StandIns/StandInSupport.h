@@ -37,6 +37,14 @@ class CStandInSwitches {
 // text shows as its name, as everywhere in the product.
 Tsl::CUnicodeString CatalogueText(const wchar_t* messageName);
 
+// Starts the foundation with the product's texts as the agent does: the
+// resource libraries in `folder` (with a trailing separator; empty: the
+// program's own folder), in the language the user chose. Without the
+// libraries nothing starts and names show as themselves; false then.
+bool StartProductTexts(const Tsl::CUnicodeString& folder = Tsl::CUnicodeString());
+// Ends what StartProductTexts started.
+void EndProductTexts();
+
 // The agent's window of this version, or null.
 HWND FindAgentWindow();
 

@@ -53,9 +53,13 @@ TEST_F(DrillixStandIn, TheWordOfTheDayBalloonCarriesTheCatalogueText) {
   ASSERT_TRUE(trainer.Start(L"Drillix.exe", L"/Send:word"));
   ASSERT_TRUE(PumpUntil([this] { return Balloons(agent).size() == 1; }));
   Tsl::CPtr<CTrayBalloonData> balloon = Balloons(agent)[0];
-  // The agent knows a click on the word of the day by this text alone.
+  // The agent knows a click on the word of the day by this text alone: the
+  // trainer must speak it from the libraries beside it, in the same language.
+  ASSERT_TRUE(StartProductTexts(MIRDAL_DEMO_DIR));
+  EXPECT_FALSE(CatalogueText(L"MSG_MDA_WORD_OF_THE_DAY") == L"MSG_MDA_WORD_OF_THE_DAY");
   EXPECT_TRUE(balloon->text == CatalogueText(L"MSG_MDA_WORD_OF_THE_DAY"));
   EXPECT_TRUE(balloon->caption == CatalogueText(L"MSG_MDA_WORD_OF_THE_DAY_TITLE"));
+  EndProductTexts();
   EXPECT_EQ(1, balloon->infoFlags);
   // The block's sender is the trainer's window.
   EXPECT_EQ(reinterpret_cast<WPARAM>(FindWindowOf(DrillixMainWindowClass)),
