@@ -102,8 +102,8 @@ struct CBindBeforeMain {
   }
 } bindBeforeMain;
 
-// The handler of last resort: an exception that nobody catches, or one a
-// throw specification forbids. The process ends here.
+// The handler of last resort: an exception that nobody catches, or one that
+// leaves a function declared not to throw. The process ends here.
 [[noreturn]] void LastResortHandler() {
   if (!IsQuietMode()) ::MessageBoxW(nullptr, UnhandledInternalErrorText().Text(), L"Tessels", MB_OK);
   abort();
