@@ -290,15 +290,6 @@ TEST(TrayWindow, SystemMenuCannotCloseOrShowTheWindow) {
   }
 }
 
-TEST(TrayWindow, CommandResultAndEndSessionAnswers) {
-  RecordedShell shell;
-  RecordingTrayWnd window;
-  HWND handle = window.GetWindowHandle();
-  EXPECT_EQ(0, ::SendMessageW(handle, WM_COMMAND, 1, 0));
-  EXPECT_EQ(-1, ::SendMessageW(handle, WM_COMMAND, 2, 0));
-  EXPECT_EQ(1, ::SendMessageW(handle, WM_QUERYENDSESSION, 0, 0));
-}
-
 TEST(TrayWindow, IsFoundByItsPublicClassAndRebuildsOnCreate) {
   RecordedShell shell;
   RecordingTrayWnd window;

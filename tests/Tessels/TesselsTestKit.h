@@ -4,12 +4,14 @@
 #pragma once
 
 #include <stdlib.h>
+#include <windows.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "errors.h"
+#include "services.h"
 #include "unicodestring.h"
 
 namespace TestKit {
@@ -17,6 +19,19 @@ namespace TestKit {
 inline std::wstring W(const Tsl::CUnicodeString& text) {
   return std::wstring(text.Text(), text.Length());
 }
+
+// Boxes and texts land here instead of on the screen; bind it with
+// Tsl::BindFoundationServices.
+class CShownRecorder : public Tsl::IFoundationServices {
+ public:
+  bool GetMessageText(const wchar_t*, Tsl::CUnicodeString&) override { return false; }
+  int ShowMessage(const Tsl::CUnicodeString& text, uint32_t) override {
+    shown.push_back(W(text));
+    return IDOK;
+  }
+  void ReportException(Tsl::CException*) override {}
+  std::vector<std::wstring> shown;
+};
 
 // Counts the blocks it has out and the sizes asked for; fails the failIn-th
 // allocation from now when failIn is set.

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "TesselsTestKit.h"
 #include "TestSupport.h"
 #include "TextFileBytes.h"
 #include "resourceinfo.h"
@@ -16,26 +17,16 @@
 #include "tessels.h"
 
 using namespace Tsl;
+using TestKit::CShownRecorder;
+using TestKit::W;
 
 namespace {
 
-std::wstring W(const CUnicodeString& text) { return std::wstring(text.Text(), text.Length()); }
 
 // Two units declaring the same name, as two source files would.
 const CMessageName greeting(L"MSG_TEST_GREETING");
 const CMessageName undefinedFirst(L"MSG_TEST_UNDEFINED");
 const CMessageName undefinedSecond(L"MSG_TEST_UNDEFINED");
-
-class CShownRecorder : public IFoundationServices {
- public:
-  bool GetMessageText(const wchar_t*, CUnicodeString&) override { return false; }
-  int ShowMessage(const CUnicodeString& text, uint32_t) override {
-    shown.push_back(W(text));
-    return IDOK;
-  }
-  void ReportException(CException*) override {}
-  std::vector<std::wstring> shown;
-};
 
 // The text of a UTF-16 file with its mark; "(no mark)" otherwise.
 std::wstring ReadUtf16(const std::wstring& path) {

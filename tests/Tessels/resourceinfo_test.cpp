@@ -10,31 +10,21 @@
 #include <string>
 #include <vector>
 
+#include "TesselsTestKit.h"
 #include "TestSupport.h"
 #include "services.h"
 #include "tessels.h"
 
 using namespace Tsl;
+using TestKit::CShownRecorder;
+using TestKit::W;
 
 namespace {
 
-std::wstring W(const CUnicodeString& text) { return std::wstring(text.Text(), text.Length()); }
 
 std::wstring Library(const wchar_t* variant) {
   return std::wstring(MIRDAL_DEMO_DIR) + L"TstRes" + variant + L".dll";
 }
-
-// Boxes and texts land here instead of on the screen.
-class CShownRecorder : public IFoundationServices {
- public:
-  bool GetMessageText(const wchar_t*, CUnicodeString&) override { return false; }
-  int ShowMessage(const CUnicodeString& text, uint32_t) override {
-    shown.push_back(W(text));
-    return IDOK;
-  }
-  void ReportException(CException*) override {}
-  std::vector<std::wstring> shown;
-};
 
 // The system as the test wants it.
 LANGID systemLanguage = 0x409;
